@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string_view>
+
+namespace tavrisk {
+
+/** A message of the OSKA registry: its key in the event log, and its text, a printf format with
+ *  one "%s" for the device name. */
+struct CatalogueMessage {
+    std::int32_t event;
+    const char* messageId;
+    const char* text;
+};
+
+/** The catalogue, one row per event number. */
+extern const std::array<CatalogueMessage, 8> catalogue;
+
+/** The row of an event number, or null for a number that is not in the catalogue. */
+const CatalogueMessage* findMessage(std::int32_t event);
+
+/** The row of a message ID, or null for one that is not in the catalogue. */
+const CatalogueMessage* findMessage(std::string_view messageId);
+
+} // namespace tavrisk

@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "events/fault_logging.hpp"
+
+#include "events/classifier.hpp"
+#include "events/generate_event.hpp"
+#include "service/diag_log.hpp"
+
+#include <kelp.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdlib>
+#include <exception>
+#include <memory>
+
+namespace {
+
+constexpr auto logName = "zel_wux_fault_logging_thread";
+
+// The blocks below are read by libkelp at fixed offsets.
+static_assert(sizeof(void*) == 8, "libkelp's blocks hold 64-bit pointers");
+
+struct ClientDescriptor {
+    const char* name = "tavrisk";
+    std::uint32_t reserved = 0;
+    std::uint32_t version = 17;
+};
+static_assert(sizeof(ClientDescriptor) == 16);
+static_assert(offsetof(ClientDescriptor, version) == 12);
+
+struct InitialisationBlock {
+    const ClientDescriptor* client;
+    std::array<std::uint8_t, 32> reserved{};
+    std::uint32_t version = 17;
+    std::array<std::uint8_t, 60> reservedToo{};
+};
+static_assert(sizeof(InitialisationBlock) == 104);
+static_assert(offsetof(InitialisationBlock, version) == 40);
+
+/** Owns a data store connection; what a handle looks like is the library's business. */
+class StoreConnection {
+public:
+    explicit StoreConnection(void* opened) : handle_{opened} {}
+    ~StoreConnection() { kelpc_destroy(handle_); }
+    StoreConnection(const StoreConnection&) = delete;
+    StoreConnection& operator=(const StoreConnection&) = delete;
+
+    void* handle() const { return handle_; }
+
+private:
+    void* handle_;
+};
+
+struct Free {
+    void operator()(char* text) const noexcept { std::free(text); }
+};
+
+struct Event {
+    std::int32_t number = 1;
+    std::uint32_t severity = severityOther;
+    std::unique_ptr<char, Free> device;
+};
+
+bool classify(std::span<const std::uint8_t> eventData, Event& event) {
+    char* device = nullptr;
+    const bool reportable = checkRedfishData(eventData, event.number, device, event.severity) != 0;
+    event.device.reset(device);
+    return reportable;
+}
+
+void report(const Event& event) {
+    const ClientDescriptor client;
+    const InitialisationBlock block{.client = &client};
+    void* opened = nullptr;
+    if (const auto result = kelpc_initialize(&opened, &block)) {
+        diag_log(8, 4, "%s : kelpc_initialize failed, rc = %d \n", logName, result);
+        return;
+    }
+    const StoreConnection store{opened};
+
+    if (const auto result = tavrisk_generate_event(event.number, store.handle(), event.device.get(),
+                                                   event.severity)) {
+        diag_log(8, 4, "%s : tavrisk_generate_event failed, rc = %d \n", logName, result);
+    }
+}
+
+} // namespace
+
+void zel_wux_fault_logging_thread(std::vector<std::uint8_t> eventData) {
+    try {
+        Event event;
+        if (classify(eventData, event)) {
+            report(event);
+        }
+    } catch (const std::exception& e) {
+        // One event is lost for want of memory; the daemon is not.
+        diag_log(8, 4, "%s : event dropped: %s\n", logName, e.what());
+    }
+}
