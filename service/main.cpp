@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "service/bus_loop.hpp"
+#include "service/diag_log.hpp"
+#include "service/tavriskmain.hpp"
+
+#include <sdbusplus/bus.hpp>
+#include <systemd/sd-bus.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+namespace {
+
+constexpr auto busName = "com.vorn.bmc.tavrisk";
+
+struct UnrefBus {
+    void operator()(sd_bus* bus) const noexcept { sd_bus_unref(bus); }
+};
+
+} // namespace
+
+int main() {
+    sd_bus* opened = nullptr;
+    const int openResult = sd_bus_default(&opened);
+    const std::unique_ptr<sd_bus, UnrefBus> connection{opened};
+    if (openResult < 0) {
+        diag_log(8, 4, "[%s:%d] failed opening the default bus: %s", __func__, __LINE__,
+                 std::strerror(-openResult));
+        return EXIT_FAILURE;
+    }
+    sdbusplus::bus::bus bus{connection.get()};
+
+    // Only a negative result would end the daemon, and there is none: after a failure, reported
+    // as 1, it deliberately claims its name and serves the bus all the same.
+    const int initResult = tavriskmain_init(bus);
+    if (initResult < 0) {
+        diag_log(8, 5, "[%s:%d] hmc ze logger init failed", __func__, __LINE__);
+        return initResult;
+    }
+
+    diag_log(8, 7, "[%s:%d] Requesting %s", __func__, __LINE__, busName);
+    try {
+        bus.request_name(busName);
+    } catch (...) {
+        diag_log(8, 4, "[%s:%d] failed requesting %s ", __func__, __LINE__, busName);
+        return EXIT_FAILURE;
+    }
+
+    tavrisk::serveUntilFailureBudgetIsSpent(bus);
+    return -1;
+}
