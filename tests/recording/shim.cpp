@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "record.hpp"
+
+#include <dlfcn.h>
+#include <pthread.h>
+#include <systemd/sd-bus.h>
+
+#include <cerrno>
+#include <ctime>
+
+// Preloaded into the daemon: a minute passes in 60 ms, the clock can be stopped, and system calls
+// fail on demand. Overrides of C library functions, recorded like the platform's.
+
+namespace {
+
+template <typename Function>
+Function next(const char* name)
+{
+    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+int scaled(std::time_t seconds, long nanoseconds)
+{
+    const timespec shortened{seconds / 1000, (seconds % 1000) * 1'000'000 + nanoseconds / 1000};
+    return next<int (*)(const timespec*, timespec*)>("nanosleep")(&shortened, nullptr);
+}
+
+} // namespace
+
+extern "C" {
+
+unsigned sleep(unsigned seconds)
+{
+    record("sleep " + std::to_string(seconds));
+    scaled(seconds, 0);
+    return 0;
+}
+
+int nanosleep(const timespec* request, timespec*)
+{
+    record("nanosleep " + std::to_string(request->tv_sec));
+    return scaled(request->tv_sec, request->tv_nsec);
+}
+
+std::time_t time(std::time_t* result)
+{
+    std::time_t now = 0;
+    if (!(std::ifstream{"/run/clock"} >> now)) {
+        now = next<std::time_t (*)(std::time_t*)>("time")(nullptr);
+    }
+    if (result != nullptr) {
+        *result = now;
+    }
+    return now;
+}
+
+int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
+                   void* argument)
+{
+    if (const auto code = failure("pthread_create")) {
+        return code;
+    }
+    return next<decltype(&pthread_create)>("pthread_create")(thread, attributes, body, argument);
+}
+
+pid_t fork()
+{
+    if (const auto code = failure("fork")) {
+        errno = code;
+        return -1;
+    }
+    return next<decltype(&fork)>("fork")();
+}
+
+int sd_bus_add_object_vtable(sd_bus* bus, sd_bus_slot** slot, const char* path,
+                             const char* interface, const sd_bus_vtable* vtable, void* context)
+{
+    if (const auto code = failure("sd_bus_add_object_vtable")) {
+        return -code;
+    }
+    return next<decltype(&sd_bus_add_object_vtable)>("sd_bus_add_object_vtable")(
+        bus, slot, path, interface, vtable, context);
+}
+}

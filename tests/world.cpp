@@ -1,0 +1,328 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "world.hpp"
+
+#include <openssl/evp.h>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iomanip>
+#include <iterator>
+#include <regex>
+#include <sstream>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr auto busAddress = "unix:path=/run/test-bus";
+constexpr auto busConfiguration = R"(
+<busconfig>
+  <listen>unix:path=/run/test-bus</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow eavesdrop="true"/>
+    <allow own="*"/>
+  </policy>
+  <limit name="max_replies_per_connection">50000</limit>
+</busconfig>
+)";
+
+constexpr auto service = "com.vorn.bmc.tavrisk";
+constexpr auto path = "/com/vorn/bmc/tavrisk";
+
+bool busIsUp()
+{
+    sd_bus* bus = nullptr;
+    const char* name = nullptr;
+    const bool up = sd_bus_new(&bus) >= 0 && sd_bus_set_address(bus, busAddress) >= 0 &&
+                    sd_bus_set_bus_client(bus, 1) >= 0 && sd_bus_start(bus) >= 0 &&
+                    sd_bus_get_unique_name(bus, &name) >= 0;
+    sd_bus_flush_close_unref(bus);
+    return up;
+}
+
+} // namespace
+
+Bytes bytes(const std::string& text) { return {text.begin(), text.end()}; }
+
+std::string digest(const Bytes& buffer)
+{
+    std::array<unsigned char, 64> hash{};
+    EVP_Q_digest(nullptr, "SHA512", nullptr, buffer.data(), buffer.size(), hash.data(), nullptr);
+    std::ostringstream text;
+    text << std::hex << std::setfill('0');
+    for (const unsigned byte : hash) {
+        text << std::setw(2) << byte;
+    }
+    return text.str();
+}
+
+std::string readFile(const std::string& path)
+{
+    std::ifstream file{path, std::ios::binary};
+    return {std::istreambuf_iterator<char>{file}, {}};
+}
+
+void writeFile(const std::string& path, const std::string& text)
+{
+    std::ofstream{path, std::ios::binary} << text;
+}
+
+bool eventually(const std::function<bool()>& condition)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds{10};
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        usleep(2'000);
+    }
+    return true;
+}
+
+Process::Process(const std::vector<std::string>& arguments, const Lines& environment)
+    : pid_{fork()}
+{
+    if (pid_ == 0) {
+        for (const auto& entry : environment) {
+            putenv(const_cast<char*>(entry.c_str()));
+        }
+        std::vector<char*> pointers;
+        for (const auto& argument : arguments) {
+            pointers.push_back(const_cast<char*>(argument.c_str()));
+        }
+        pointers.push_back(nullptr);
+        execvp(pointers.front(), pointers.data());
+        _exit(127);
+    }
+}
+
+Process::~Process()
+{
+    if (!reaped_) {
+        kill(SIGKILL);
+        wait();
+    }
+}
+
+void Process::kill(int signal) const { ::kill(pid_, signal); }
+
+int Process::wait()
+{
+    int status = 0;
+    waitpid(pid_, &status, 0);
+    reaped_ = true;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+Peer::Peer()
+{
+    sd_bus* bus = nullptr;
+    sd_bus_new(&bus);
+    sd_bus_set_address(bus, busAddress);
+    sd_bus_set_bus_client(bus, 1);
+    sd_bus_start(bus);
+    bus_.reset(bus, sd_bus_flush_close_unref);
+}
+
+std::optional<int> Peer::send(sd_bus_message* message)
+{
+    sd_bus_error failed = SD_BUS_ERROR_NULL;
+    sd_bus_message* reply = nullptr;
+    std::int32_t result = 0;
+    const bool good = sd_bus_call(bus(), message, 1'000'000, &failed, &reply) >= 0 &&
+                      sd_bus_message_read_basic(reply, 'i', &result) >= 0;
+    error = failed.name != nullptr ? failed.name : "";
+    sd_bus_error_free(&failed);
+    sd_bus_message_unref(reply);
+    sd_bus_message_unref(message);
+    return good ? std::optional{result} : std::nullopt;
+}
+
+std::optional<int> Peer::call(const std::string& method, const std::string& text,
+                              const Bytes& data)
+{
+    sd_bus_message* message = nullptr;
+    sd_bus_message_new_method_call(bus(), &message, service, path, service, method.c_str());
+    sd_bus_message_append_basic(message, 's', text.c_str());
+    sd_bus_message_append_array(message, 'y', data.data(), data.size());
+    return send(message);
+}
+
+std::optional<int> Peer::call(const std::string& method)
+{
+    sd_bus_message* message = nullptr;
+    sd_bus_message_new_method_call(bus(), &message, service, path, service, method.c_str());
+    return send(message);
+}
+
+std::string Peer::stringProperty(const char* name)
+{
+    char* value = nullptr;
+    sd_bus_get_property_string(bus(), service, path, service, name, nullptr, &value);
+    std::string result{value != nullptr ? value : "(none)"};
+    std::free(value);
+    return result;
+}
+
+int Peer::byteProperty(const char* name)
+{
+    std::uint8_t value = 0;
+    const int result =
+        sd_bus_get_property_trivial(bus(), service, path, service, name, nullptr, 'y', &value);
+    return result < 0 ? result : value;
+}
+
+int Peer::set(const char* name, const char* type, const char* value)
+{
+    return std::min(
+        sd_bus_set_property(bus(), service, path, service, name, nullptr, type, value), 0);
+}
+
+int Peer::set(const char* name, std::uint8_t value)
+{
+    return std::min(sd_bus_set_property(bus(), service, path, service, name, nullptr, "y", value),
+                    0);
+}
+
+void Peer::process()
+{
+    while (sd_bus_process(bus(), nullptr) > 0) {
+    }
+}
+
+World::World()
+{
+    for (const auto* directory : {"/run", "/mmc1", "/app"}) {
+        for (const auto& entry : fs::directory_iterator{directory}) {
+            fs::remove_all(entry);
+        }
+    }
+    for (const auto* directory : {"/run/fail", "/run/hmc/dump", "/run/hmc/rawCPER", "/app/bin"}) {
+        fs::create_directories(directory);
+    }
+    fs::remove("/dev/log");
+    syslogSocket_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const sockaddr_un address{AF_UNIX, "/dev/log"};
+    bind(syslogSocket_, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    syslogReader_ = std::jthread{[this] { listen(); }};
+
+    writeFile("/run/bus.conf", busConfiguration);
+    bus_ = std::make_unique<Process>(
+        Lines{"dbus-daemon", "--config-file=/run/bus.conf", "--nofork", "--nopidfile"});
+    EXPECT_TRUE(eventually(busIsUp));
+}
+
+World::~World()
+{
+    daemon.reset();
+    bus_.reset();
+    shutdown(syslogSocket_, SHUT_RDWR);
+    syslogReader_.join();
+    close(syslogSocket_);
+}
+
+void World::listen()
+{
+    std::string datagram(65536, '\0');
+    for (;;) {
+        const auto size = recv(syslogSocket_, datagram.data(), datagram.size(), 0);
+        if (size <= 0) {
+            return;
+        }
+        static const std::regex shape{R"(<(\d+)>\w+ +\d+ [\d:]+ (\w+)\[\d+\]: ([^]*))"};
+        const std::lock_guard lock{syslogMutex_};
+        syslog_.push_back(std::regex_replace(datagram.substr(0, static_cast<std::size_t>(size)),
+                                             shape, "$1 $2: $3"));
+    }
+}
+
+Lines World::syslog()
+{
+    const std::lock_guard lock{syslogMutex_};
+    return syslog_;
+}
+
+void World::launchDaemon()
+{
+    daemon = std::make_unique<Process>(
+        Lines{std::getenv("TAVRISK_DAEMON")},
+        Lines{std::string{"LD_PRELOAD="} + std::getenv("TAVRISK_SHIM"),
+              std::string{"DBUS_STARTER_ADDRESS="} + busAddress});
+}
+
+void World::startDaemon()
+{
+    launchDaemon();
+    Peer peer;
+    ASSERT_TRUE(eventually([&] {
+        return sd_bus_get_name_creds(peer.bus(), service, 0, nullptr) >= 0;
+    }));
+}
+
+void World::fail(const std::string& call, int code)
+{
+    writeFile("/run/fail/" + call, std::to_string(code));
+}
+
+void World::stopClock(std::int64_t secondsSinceEpoch)
+{
+    writeFile("/run/clock", std::to_string(secondsSinceEpoch));
+}
+
+namespace {
+
+/** The recorded lines of the threads that `wanted` accepts. */
+Lines recordedLines(const std::function<bool(pid_t)>& wanted)
+{
+    Lines lines;
+    std::ifstream file{"/run/record"};
+    pid_t thread = 0;
+    for (std::string line; file >> thread && file.get() && std::getline(file, line);) {
+        if (wanted(thread)) {
+            lines.push_back(line);
+        }
+    }
+    return lines;
+}
+
+} // namespace
+
+Lines World::recorded()
+{
+    return recordedLines([](pid_t) { return true; });
+}
+
+Lines World::recordedOnBusThread() const
+{
+    return recordedLines([this](pid_t thread) { return thread == daemon->pid(); });
+}
+
+Lines World::recordedOnWorkers() const
+{
+    return recordedLines([this](pid_t thread) { return thread != daemon->pid(); });
+}
+
+void World::forgetRecorded() { fs::resize_file("/run/record", 0); }
+
+Lines World::recordedWith(const std::string& text)
+{
+    auto lines = recorded();
+    std::erase_if(lines, [&](const auto& line) { return line.find(text) == std::string::npos; });
+    return lines;
+}
+
+bool World::waitForRecorded(const std::string& text, std::size_t count)
+{
+    return eventually([&] { return recordedWith(text).size() >= count; });
+}

@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <systemd/sd-bus.h>
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+using Bytes = std::vector<std::uint8_t>;
+using Lines = std::vector<std::string>;
+
+Bytes bytes(const std::string& text);
+/** The validation string of a buffer. */
+std::string digest(const Bytes& buffer);
+std::string readFile(const std::string& path);
+void writeFile(const std::string& path, const std::string& text);
+
+/** True as soon as `condition` holds; false when it does not within ten seconds. */
+bool eventually(const std::function<bool()>& condition);
+
+/** A program of the test's, ended and reaped with the instance. */
+class Process {
+public:
+    explicit Process(const std::vector<std::string>& arguments, const Lines& environment = {});
+    ~Process();
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+
+    pid_t pid() const { return pid_; }
+    void kill(int signal) const;
+    /** Waits for the end; the exit status, or the negated signal number. */
+    int wait();
+
+private:
+    pid_t pid_;
+    bool reaped_ = false;
+};
+
+/** A peer on the private bus. Calls wait for their reply. */
+class Peer {
+public:
+    Peer();
+
+    sd_bus* bus() { return bus_.get(); }
+    /** The method's result, or nothing when it is answered with an error (kept in `error`) or,
+     *  within a second, not at all. */
+    std::optional<int> call(const std::string& method, const std::string& text, const Bytes& data);
+    std::optional<int> call(const std::string& method);
+    std::string stringProperty(const char* name);
+    int byteProperty(const char* name);
+    /** 0, or a negative errno. */
+    int set(const char* name, const char* type, const char* value);
+    int set(const char* name, std::uint8_t value);
+    /** Handles what has arrived, without waiting. */
+    void process();
+
+    std::string error;
+
+private:
+    std::optional<int> send(sd_bus_message* message);
+    std::shared_ptr<sd_bus> bus_;
+};
+
+/** A private bus, a private syslog and what the recording libraries saw. Runs in the root made by
+ *  scripts/world; every test starts with it empty. */
+class World : public ::testing::Test {
+protected:
+    World();
+    ~World() override;
+
+    /** Starts the daemon and waits until it serves its name. */
+    void startDaemon();
+    /** Starts it without waiting. */
+    void launchDaemon();
+
+    void stopBus() { bus_.reset(); }
+    /** Makes the call of this name fail with `code`; 0 lets it succeed again. */
+    static void fail(const std::string& call, int code);
+    /** Stops the clock of the daemon. */
+    static void stopClock(std::int64_t secondsSinceEpoch);
+
+    /** What the recording libraries saw since the start of the test, without thread numbers. */
+    static Lines recorded();
+    /** The same, of the daemon's bus thread only, and of all other threads. */
+    Lines recordedOnBusThread() const;
+    Lines recordedOnWorkers() const;
+    static void forgetRecorded();
+    /** The recorded lines that contain `text`. */
+    static Lines recordedWith(const std::string& text);
+    static bool waitForRecorded(const std::string& text, std::size_t count = 1);
+
+    /** Syslog datagrams as "PRIORITY TAG: TEXT", without time stamp. */
+    Lines syslog();
+
+    std::unique_ptr<Process> daemon;
+
+private:
+    void listen();
+
+    std::unique_ptr<Process> bus_;
+    int syslogSocket_;
+    std::mutex syslogMutex_;
+    Lines syslog_;
+    std::jthread syslogReader_;
+};
