@@ -3,6 +3,7 @@
 
 #include <openssl/evp.h>
 
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -16,7 +17,6 @@
 #include <fstream>
 #include <iomanip>
 #include <iterator>
-#include <regex>
 #include <sstream>
 
 namespace fs = std::filesystem;
@@ -40,8 +40,7 @@ constexpr auto busConfiguration = R"(
 constexpr auto service = "com.vorn.bmc.tavrisk";
 constexpr auto path = "/com/vorn/bmc/tavrisk";
 
-bool busIsUp()
-{
+bool busIsUp() {
     sd_bus* bus = nullptr;
     const char* name = nullptr;
     const bool up = sd_bus_new(&bus) >= 0 && sd_bus_set_address(bus, busAddress) >= 0 &&
@@ -51,12 +50,23 @@ bool busIsUp()
     return up;
 }
 
+/** "<PRIORITY>MMM DD hh:mm:ss TAG[PID]: TEXT" as "PRIORITY TAG: TEXT". */
+std::string withoutTimeStamp(const std::string& datagram) {
+    constexpr auto timeStampLength = std::string_view{"Jan  1 00:00:00 "}.size();
+    const auto priorityEnd = datagram.find('>');
+    const auto tag = priorityEnd + 1 + timeStampLength;
+    const auto pid = datagram.find('[');
+    return datagram.substr(1, priorityEnd - 1) + " " + datagram.substr(tag, pid - tag) +
+           datagram.substr(datagram.find(']') + 1);
+}
+
 } // namespace
 
-Bytes bytes(const std::string& text) { return {text.begin(), text.end()}; }
+Bytes bytes(const std::string& text) {
+    return {text.begin(), text.end()};
+}
 
-std::string digest(const Bytes& buffer)
-{
+std::string digest(const Bytes& buffer) {
     std::array<unsigned char, 64> hash{};
     EVP_Q_digest(nullptr, "SHA512", nullptr, buffer.data(), buffer.size(), hash.data(), nullptr);
     std::ostringstream text;
@@ -67,33 +77,32 @@ std::string digest(const Bytes& buffer)
     return text.str();
 }
 
-std::string readFile(const std::string& path)
-{
+std::string readFile(const std::string& path) {
     std::ifstream file{path, std::ios::binary};
     return {std::istreambuf_iterator<char>{file}, {}};
 }
 
-void writeFile(const std::string& path, const std::string& text)
-{
+void writeFile(const std::string& path, const std::string& text) {
     std::ofstream{path, std::ios::binary} << text;
 }
 
-bool eventually(const std::function<bool()>& condition)
-{
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds{10};
+bool eventually(const std::function<bool()>& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds{60};
+    useconds_t pause = 1'000;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline) {
             return false;
         }
-        usleep(2'000);
+        usleep(pause);
+        pause = std::min(2 * pause, 100'000U);
     }
     return true;
 }
 
 Process::Process(const std::vector<std::string>& arguments, const Lines& environment)
-    : pid_{fork()}
-{
+    : pid_{fork()} {
     if (pid_ == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL); // Nothing outlives a test that crashes.
         for (const auto& entry : environment) {
             putenv(const_cast<char*>(entry.c_str()));
         }
@@ -107,26 +116,25 @@ Process::Process(const std::vector<std::string>& arguments, const Lines& environ
     }
 }
 
-Process::~Process()
-{
+Process::~Process() {
     if (!reaped_) {
         kill(SIGKILL);
         wait();
     }
 }
 
-void Process::kill(int signal) const { ::kill(pid_, signal); }
+void Process::kill(int signal) const {
+    ::kill(pid_, signal);
+}
 
-int Process::wait()
-{
+int Process::wait() {
     int status = 0;
     waitpid(pid_, &status, 0);
     reaped_ = true;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
-Peer::Peer()
-{
+Peer::Peer() {
     sd_bus* bus = nullptr;
     sd_bus_new(&bus);
     sd_bus_set_address(bus, busAddress);
@@ -135,8 +143,7 @@ Peer::Peer()
     bus_.reset(bus, sd_bus_flush_close_unref);
 }
 
-std::optional<int> Peer::send(sd_bus_message* message)
-{
+std::optional<int> Peer::send(sd_bus_message* message) {
     sd_bus_error failed = SD_BUS_ERROR_NULL;
     sd_bus_message* reply = nullptr;
     std::int32_t result = 0;
@@ -150,8 +157,7 @@ std::optional<int> Peer::send(sd_bus_message* message)
 }
 
 std::optional<int> Peer::call(const std::string& method, const std::string& text,
-                              const Bytes& data)
-{
+                              const Bytes& data) {
     sd_bus_message* message = nullptr;
     sd_bus_message_new_method_call(bus(), &message, service, path, service, method.c_str());
     sd_bus_message_append_basic(message, 's', text.c_str());
@@ -159,15 +165,13 @@ std::optional<int> Peer::call(const std::string& method, const std::string& text
     return send(message);
 }
 
-std::optional<int> Peer::call(const std::string& method)
-{
+std::optional<int> Peer::call(const std::string& method) {
     sd_bus_message* message = nullptr;
     sd_bus_message_new_method_call(bus(), &message, service, path, service, method.c_str());
     return send(message);
 }
 
-std::string Peer::stringProperty(const char* name)
-{
+std::string Peer::stringProperty(const char* name) {
     char* value = nullptr;
     sd_bus_get_property_string(bus(), service, path, service, name, nullptr, &value);
     std::string result{value != nullptr ? value : "(none)"};
@@ -175,34 +179,29 @@ std::string Peer::stringProperty(const char* name)
     return result;
 }
 
-int Peer::byteProperty(const char* name)
-{
+int Peer::byteProperty(const char* name) {
     std::uint8_t value = 0;
     const int result =
         sd_bus_get_property_trivial(bus(), service, path, service, name, nullptr, 'y', &value);
     return result < 0 ? result : value;
 }
 
-int Peer::set(const char* name, const char* type, const char* value)
-{
-    return std::min(
-        sd_bus_set_property(bus(), service, path, service, name, nullptr, type, value), 0);
+int Peer::set(const char* name, const char* type, const char* value) {
+    return std::min(sd_bus_set_property(bus(), service, path, service, name, nullptr, type, value),
+                    0);
 }
 
-int Peer::set(const char* name, std::uint8_t value)
-{
+int Peer::set(const char* name, std::uint8_t value) {
     return std::min(sd_bus_set_property(bus(), service, path, service, name, nullptr, "y", value),
                     0);
 }
 
-void Peer::process()
-{
+void Peer::process() {
     while (sd_bus_process(bus(), nullptr) > 0) {
     }
 }
 
-World::World()
-{
+World::World() {
     for (const auto* directory : {"/run", "/mmc1", "/app"}) {
         for (const auto& entry : fs::directory_iterator{directory}) {
             fs::remove_all(entry);
@@ -223,8 +222,7 @@ World::World()
     EXPECT_TRUE(eventually(busIsUp));
 }
 
-World::~World()
-{
+World::~World() {
     daemon.reset();
     bus_.reset();
     shutdown(syslogSocket_, SHUT_RDWR);
@@ -232,59 +230,49 @@ World::~World()
     close(syslogSocket_);
 }
 
-void World::listen()
-{
+void World::listen() {
     std::string datagram(65536, '\0');
     for (;;) {
         const auto size = recv(syslogSocket_, datagram.data(), datagram.size(), 0);
         if (size <= 0) {
             return;
         }
-        static const std::regex shape{R"(<(\d+)>\w+ +\d+ [\d:]+ (\w+)\[\d+\]: ([^]*))"};
         const std::lock_guard lock{syslogMutex_};
-        syslog_.push_back(std::regex_replace(datagram.substr(0, static_cast<std::size_t>(size)),
-                                             shape, "$1 $2: $3"));
+        syslog_.push_back(withoutTimeStamp(datagram.substr(0, static_cast<std::size_t>(size))));
     }
 }
 
-Lines World::syslog()
-{
+Lines World::syslog() {
     const std::lock_guard lock{syslogMutex_};
     return syslog_;
 }
 
-void World::launchDaemon()
-{
-    daemon = std::make_unique<Process>(
-        Lines{std::getenv("TAVRISK_DAEMON")},
-        Lines{std::string{"LD_PRELOAD="} + std::getenv("TAVRISK_SHIM"),
-              std::string{"DBUS_STARTER_ADDRESS="} + busAddress});
+void World::launchDaemon() {
+    daemon =
+        std::make_unique<Process>(Lines{std::getenv("TAVRISK_DAEMON")},
+                                  Lines{std::string{"LD_PRELOAD="} + std::getenv("TAVRISK_SHIM"),
+                                        std::string{"DBUS_STARTER_ADDRESS="} + busAddress});
 }
 
-void World::startDaemon()
-{
+void World::startDaemon() {
     launchDaemon();
     Peer peer;
-    ASSERT_TRUE(eventually([&] {
-        return sd_bus_get_name_creds(peer.bus(), service, 0, nullptr) >= 0;
-    }));
+    ASSERT_TRUE(
+        eventually([&] { return sd_bus_get_name_creds(peer.bus(), service, 0, nullptr) >= 0; }));
 }
 
-void World::fail(const std::string& call, int code)
-{
+void World::fail(const std::string& call, int code) {
     writeFile("/run/fail/" + call, std::to_string(code));
 }
 
-void World::stopClock(std::int64_t secondsSinceEpoch)
-{
+void World::stopClock(std::int64_t secondsSinceEpoch) {
     writeFile("/run/clock", std::to_string(secondsSinceEpoch));
 }
 
 namespace {
 
 /** The recorded lines of the threads that `wanted` accepts. */
-Lines recordedLines(const std::function<bool(pid_t)>& wanted)
-{
+Lines recordedLines(const std::function<bool(pid_t)>& wanted) {
     Lines lines;
     std::ifstream file{"/run/record"};
     pid_t thread = 0;
@@ -298,31 +286,28 @@ Lines recordedLines(const std::function<bool(pid_t)>& wanted)
 
 } // namespace
 
-Lines World::recorded()
-{
+Lines World::recorded() {
     return recordedLines([](pid_t) { return true; });
 }
 
-Lines World::recordedOnBusThread() const
-{
+Lines World::recordedOnBusThread() const {
     return recordedLines([this](pid_t thread) { return thread == daemon->pid(); });
 }
 
-Lines World::recordedOnWorkers() const
-{
+Lines World::recordedOnWorkers() const {
     return recordedLines([this](pid_t thread) { return thread != daemon->pid(); });
 }
 
-void World::forgetRecorded() { fs::resize_file("/run/record", 0); }
+void World::forgetRecorded() {
+    fs::resize_file("/run/record", 0);
+}
 
-Lines World::recordedWith(const std::string& text)
-{
+Lines World::recordedWith(const std::string& text) {
     auto lines = recorded();
     std::erase_if(lines, [&](const auto& line) { return line.find(text) == std::string::npos; });
     return lines;
 }
 
-bool World::waitForRecorded(const std::string& text, std::size_t count)
-{
+bool World::waitForRecorded(const std::string& text, std::size_t count) {
     return eventually([&] { return recordedWith(text).size() >= count; });
 }

@@ -3,7 +3,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
 #include <systemd/sd-bus.h>
 
 #include <sys/types.h>
@@ -27,7 +26,7 @@ std::string digest(const Bytes& buffer);
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& text);
 
-/** True as soon as `condition` holds; false when it does not within ten seconds. */
+/** True as soon as `condition` holds; false when it does not within a minute. */
 bool eventually(const std::function<bool()>& condition);
 
 /** A program of the test's, ended and reaped with the instance. */

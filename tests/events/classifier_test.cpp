@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "events/classifier.hpp"
-
 #include "tests/world.hpp"
 
 #include <memory>
@@ -20,14 +19,12 @@ struct Case {
 constexpr auto notTouched = -7;
 
 // In a raw string, `'` stands for `"`.
-std::string json(std::string text)
-{
+std::string json(std::string text) {
     std::replace(text.begin(), text.end(), '\'', '"');
     return text;
 }
 
-std::string event(const std::string& members, const std::string& messageId)
-{
+std::string event(const std::string& members, const std::string& messageId) {
     return json("{'EventType':'Event'," + members + ",'MessageId':'" + messageId +
                 "','MessageArgs':['GPU0','x'],'CPER':{'NotificationType':'N'}}");
 }
@@ -59,8 +56,8 @@ const Case cases[] = {
     {"WarningAboveCaution", event(warning, sensor + "AboveUpperCautionThreshold"), 1, 5, 2, "GPU0"},
     {"WarningBelowCaution", event(warning, sensor + "BelowLowerCautionThreshold"), 1, 2, 2, "GPU0"},
     {"WarningPlatformError", event(warning, platformError), 1, 2, 2, "N"},
-    {"OtherVersionOfAMessage", event(warning, "SensorEvent.1.0.1.ReadingAboveUpperCautionThreshold"),
-     1, 2, 2, "GPU0"},
+    {"OtherVersionOfAMessage",
+     event(warning, "SensorEvent.1.0.1.ReadingAboveUpperCautionThreshold"), 1, 2, 2, "GPU0"},
     {"EntryTypeAndMessageSeverity",
      json("{'EventType':'Alert','EntryType':'Event','MessageSeverity':'Critical'}"), 1, 1, 1, ""},
     {"MessageSeverityOutranksWarning",
@@ -73,8 +70,8 @@ const Case cases[] = {
     {"MembersNotReadMayHaveAnyType",
      json("{'EventType':'Event','EntryType':[],'Severity':'Critical','MessageSeverity':{}}"), 1, 1,
      1, ""},
-    {"CommentsAreAccepted", json("// c\n{'EventType':'Event',/* c */'Severity':'Warning'} // c"),
-     1, 2, 2, ""},
+    {"CommentsAreAccepted", json("// c\n{'EventType':'Event',/* c */'Severity':'Warning'} // c"), 1,
+     2, 2, ""},
     {"SeverityOk", event("'Severity':'OK'", platformError), 0, notTouched, 3, "", parsing},
     {"SeverityInLowerCase", event("'Severity':'critical'", platformError), 0, notTouched, 3, ""},
     {"NotAnEvent", json("{'EventType':'event','EntryType':'SEL','Severity':'Critical'}"), 0,
@@ -97,8 +94,7 @@ const Case cases[] = {
 
 class Classifier : public World, public ::testing::WithParamInterface<Case> {};
 
-TEST_P(Classifier, DecidesWhatToReport)
-{
+TEST_P(Classifier, DecidesWhatToReport) {
     const auto& c = GetParam();
     std::int32_t number = notTouched;
     char* device = nullptr;

@@ -24,38 +24,35 @@ struct Failure {
 };
 
 // The lines that end every event which reached the generator, for a warning event.
-Lines withEnd(Lines lines)
-{
+Lines withEnd(Lines lines) {
     lines.insert(lines.end(),
                  {"log 5 349 A warning condition has been reported for GPU0.",
                   "log 5 349 Event logged for event = 2 , rc = 0\\n", "kelpc_destroy"});
     return lines;
 }
 
-Lines refused(Lines lines, int code)
-{
+Lines refused(Lines lines, int code) {
     const auto number = std::to_string(code);
     lines.push_back("log 5 349 Event raise failed: [HMC0002], status: [" + number + "]");
-    lines.push_back("log 3 349  tavrisk_generate_event: Failed to log OSKA Message 2 (rc = " +
-                    number + ")\\n");
+    lines.push_back(
+        "log 3 349  tavrisk_generate_event: Failed to log OSKA Message 2 (rc = " + number + ")\\n");
     return withEnd(std::move(lines));
 }
 
 const Failure failures[] = {
-    {"kelpc_initialize", 4,
+    {"kelpc_initialize",
+     4,
      {"log 3 349 zel_wux_fault_logging_thread : kelpc_initialize failed, rc = 4 \\n"}},
     {"build", 7, refused({"log 3 349 MOSSLINKBuildMsgArgsBuffer returned [7]"}, 7)},
     {"create", 8, refused({"log 3 349 APCreateTLVList returned [8]"}, 8)},
     {"add", 9, refused({"log 3 349 MOSSLINKAddTLVToList returned [9]", "free"}, 9)},
     {"submit", -3, refused({"log 5 349 Failed to log ZEL event [-3]", "free"}, -3)},
-    {"free", 5,
-     withEnd({"log 5 349 Event raise successfully: [HMC0002], status: [0]"})},
+    {"free", 5, withEnd({"log 5 349 Event raise successfully: [HMC0002], status: [0]"})},
 };
 
 class EventLogFailure : public World, public ::testing::WithParamInterface<Failure> {};
 
-TEST_P(EventLogFailure, IsLoggedAndCleanedUpAfter)
-{
+TEST_P(EventLogFailure, IsLoggedAndCleanedUpAfter) {
     fail(GetParam().call, GetParam().code);
     zel_wux_fault_logging_thread(
         bytes(R"({"EventType":"Event","Severity":"Warning","MessageArgs":["GPU0"]})"));
@@ -72,8 +69,7 @@ INSTANTIATE_TEST_SUITE_P(Table, EventLogFailure, ::testing::ValuesIn(failures),
 
 using EventLog = World;
 
-TEST_F(EventLog, SubmitsEveryMessageOfTheCatalogueAndNoOther)
-{
+TEST_F(EventLog, SubmitsEveryMessageOfTheCatalogueAndNoOther) {
     for (const std::int32_t event : {1, 2, 3, 4, 5, 6, 7, 8, 9, 0, -1}) {
         EXPECT_EQ(tavrisk_generate_event(event, nullptr, "GPU0", 0x10002), 0);
     }
@@ -89,8 +85,7 @@ TEST_F(EventLog, SubmitsEveryMessageOfTheCatalogueAndNoOther)
                                   Contains("log 5 349 Event logged for event = 9 , rc = 0\\n")));
 }
 
-TEST_F(EventLog, RefusesANullDeviceAndAcceptsAnEmptyOne)
-{
+TEST_F(EventLog, RefusesANullDeviceAndAcceptsAnEmptyOne) {
     EXPECT_EQ(tavrisk_generate_event(9, nullptr, nullptr, 1), -1);
     EXPECT_THAT(recorded(),
                 ElementsAre("log 5 349 tavrisk_generate_event(): entering.\\n",
@@ -99,22 +94,19 @@ TEST_F(EventLog, RefusesANullDeviceAndAcceptsAnEmptyOne)
     EXPECT_THAT(recorded(), Contains("add 6 1 "));
 }
 
-TEST_F(EventLog, RaisesNothingWithoutArguments)
-{
+TEST_F(EventLog, RaisesNothingWithoutArguments) {
     EXPECT_EQ(tavrisk_raise_event("HMC0001", "text", {}, 1), -2);
     EXPECT_THAT(recorded(), ElementsAre("log 5 349 Log the event.\\n",
                                         "log 5 349 Event raise failed: [HMC0001], status: [-2]"));
 }
 
-TEST_F(EventLog, PassesArgumentsInOrderAndUpToTheirFirstNul)
-{
+TEST_F(EventLog, PassesArgumentsInOrderAndUpToTheirFirstNul) {
     using namespace std::string_literals;
     EXPECT_EQ(tavrisk_raise_event("HMC0001", "text", {"GPU\0X"s, "b"}, 1), 0);
     EXPECT_THAT(recorded(), AllOf(Contains("build 2 of 1024"), Contains("add 6 6 GPU")));
 }
 
-TEST_F(EventLog, TakesARefusedAllocationForSuccess)
-{
+TEST_F(EventLog, TakesARefusedAllocationForSuccess) {
     const Lines large(1, std::string(512 << 20, 'x'));
     rlimit limit{};
     getrlimit(RLIMIT_AS, &limit);
@@ -129,8 +121,7 @@ TEST_F(EventLog, TakesARefusedAllocationForSuccess)
                             "log 5 349 Event raise successfully: [HMC0001], status: [0]"));
 }
 
-TEST_F(EventLog, CompletionCallbackReportsOnlyWithUserData)
-{
+TEST_F(EventLog, CompletionCallbackReportsOnlyWithUserData) {
     int user = 0;
     tavrisk_mchars_callback("text", 5, nullptr, nullptr);
     tavrisk_mchars_callback("text", 5, nullptr, &user);
@@ -144,8 +135,7 @@ TEST_F(EventLog, CompletionCallbackReportsOnlyWithUserData)
                             "log 5 349 tavrisk_mchars_callback(): exiting.\\n"));
 }
 
-TEST_F(EventLog, DiagnosticLogMapsEveryLevel)
-{
+TEST_F(EventLog, DiagnosticLogMapsEveryLevel) {
     const std::vector<std::pair<int, const char*>> levels{
         {0, "log 1"}, {1, "log 1"}, {2, "log 1"}, {3, "log 2"}, {4, "log 3"},
         {5, "log 4"}, {6, "log 4"}, {7, "log 5"}, {8, "log 0"}, {-1, "log 0"}};

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "intake/integrity.hpp"
-
 #include "tests/world.hpp"
 
 #include <cstdlib>
@@ -15,8 +14,7 @@ using Integrity = World;
 const std::string fipsDigest = "ddaf35a193617abacc417349ae20413112e6fa4e89a97ea20a9eeee64b55d39a"
                                "2192992a274fc1a836ba3c23a3feebbd454d4423643ce80e2a9ac94fa54ca49f";
 
-TEST_F(Integrity, ComparesTheFirst128Characters)
-{
+TEST_F(Integrity, ComparesTheFirst128Characters) {
     auto upperCase = fipsDigest;
     std::transform(upperCase.begin(), upperCase.end(), upperCase.begin(), ::toupper);
     const std::vector<std::pair<std::string, int>> cases{
@@ -32,8 +30,7 @@ TEST_F(Integrity, ComparesTheFirst128Characters)
     EXPECT_EQ(validateBuffer(fipsDigest, bytes("abd")), -1);
 }
 
-TEST_F(Integrity, SaysWhyThereIsNoDigest)
-{
+TEST_F(Integrity, SaysWhyThereIsNoDigest) {
     char* text = nullptr;
     const std::uint8_t byte = 0;
     EXPECT_EQ(SignIt(nullptr, 1, &text), -1);
@@ -43,10 +40,10 @@ TEST_F(Integrity, SaysWhyThereIsNoDigest)
     errno = ENOENT;
     EXPECT_EQ(validateBuffer("", {}), -1);
     const auto invalid = "log 3 349 SignIt: Invalid parameters";
-    EXPECT_THAT(recorded(),
-                ElementsAre(invalid, invalid, invalid, invalid,
-                            ::testing::StartsWith(
-                                "log 3 349 validateBuffer: Failed to generate hash: ")));
+    EXPECT_THAT(
+        recorded(),
+        ElementsAre(invalid, invalid, invalid, invalid,
+                    ::testing::StartsWith("log 3 349 validateBuffer: Failed to generate hash: ")));
 }
 
 } // namespace

@@ -18,24 +18,21 @@ using Request = World;
 const auto event = bytes(R"({"EventType":"Event","Severity":"Warning","MessageArgs":["GPU0"],)"
                          R"("MessageId":"SensorEvent.1.0.0.ReadingAboveUpperCautionThreshold"})");
 
-unsigned modeOf(const std::string& path)
-{
-    struct stat status{};
+unsigned modeOf(const std::string& path) {
+    struct stat status {};
     stat(path.c_str(), &status);
     return status.st_mode & 07777U;
 }
 
 /** A value in kB of /proc/PID/status. */
-long memory(const Process& process, const std::string& key)
-{
+long memory(const Process& process, const std::string& key) {
     const auto status = readFile("/proc/" + std::to_string(process.pid()) + "/status");
     std::smatch match;
     return std::regex_search(status, match, std::regex{key + ":\\s+(\\d+)"}) ? std::stol(match[1])
-                                                                              : -1;
+                                                                             : -1;
 }
 
-TEST_F(Request, TakesAnEventFromTheCallToTheEventLog)
-{
+TEST_F(Request, TakesAnEventFromTheCallToTheEventLog) {
     stopClock(1'700'000'000);
     startDaemon();
     forgetRecorded();
@@ -43,32 +40,30 @@ TEST_F(Request, TakesAnEventFromTheCallToTheEventLog)
     EXPECT_EQ(Peer{}.call("Log", name, event), 0);
     ASSERT_TRUE(waitForRecorded("kelpc_destroy"));
 
-    EXPECT_THAT(recordedOnBusThread(),
-                ElementsAre("log 5 349 SignIt: Message: 512 INIT",
-                            "log 5 349 SignIt: Message: 512 UPDATE",
-                            "log 5 349 SignIt: Message: 512 FINAL",
-                            "log 5 349 SignIt: SignIt: (Memcpy)",
-                            "log 5 349 SignIt: SignIt: (Done): (" + name + ")",
-                            "log 5 349 validateBuffer: bufferh: " + name,
-                            "log 5 349 validateBuffer: calculated hash  " + name,
-                            "log 5 349 validateBuffer: Hashes match"));
     EXPECT_THAT(
-        recordedWith(""),
-        ::testing::IsSupersetOf(Lines{"submit 66 1 2 HMC0005", "free", "kelpc_destroy"}));
+        recordedOnBusThread(),
+        ElementsAre("log 5 349 SignIt: Message: 512 INIT", "log 5 349 SignIt: Message: 512 UPDATE",
+                    "log 5 349 SignIt: Message: 512 FINAL", "log 5 349 SignIt: SignIt: (Memcpy)",
+                    "log 5 349 SignIt: SignIt: (Done): (" + name + ")",
+                    "log 5 349 validateBuffer: bufferh: " + name,
+                    "log 5 349 validateBuffer: calculated hash  " + name,
+                    "log 5 349 validateBuffer: Hashes match"));
+    EXPECT_THAT(recordedWith(""),
+                ::testing::IsSupersetOf(Lines{"submit 66 1 2 HMC0005", "free", "kelpc_destroy"}));
     auto worker = recordedOnWorkers();
     std::erase_if(worker, [](const auto& line) { return line.find("wux") != line.npos; });
-    EXPECT_THAT(
-        worker,
-        ElementsAre("log 5 349 checkRedfishData:  parsing JSON",
-                    "log 5 349 checkRedfishData: Entry parsing JSON",
-                    "kelpc_initialize tavrisk 0000000011000000 " + std::string(64, '0') +
-                        "11000000" + std::string(120, '0'),
-                    "log 5 349 tavrisk_generate_event(): entering.\\n",
-                    "log 5 349 Log the event.\\n", "build 1 of 1024", "create", "add 6 5 GPU0",
-                    "submit 66 1 2 HMC0005", "log 5 349 ZEL event submitted successfully", "free",
-                    "log 5 349 Event raise successfully: [HMC0005], status: [0]",
-                    "log 5 349 The GPU0 upper warning threshold has been exceeded.",
-                    "log 5 349 Event logged for event = 5 , rc = 0\\n", "kelpc_destroy"));
+    EXPECT_THAT(worker,
+                ElementsAre("log 5 349 checkRedfishData:  parsing JSON",
+                            "log 5 349 checkRedfishData: Entry parsing JSON",
+                            "kelpc_initialize tavrisk 0000000011000000 " + std::string(64, '0') +
+                                "11000000" + std::string(120, '0'),
+                            "log 5 349 tavrisk_generate_event(): entering.\\n",
+                            "log 5 349 Log the event.\\n", "build 1 of 1024", "create",
+                            "add 6 5 GPU0", "submit 66 1 2 HMC0005",
+                            "log 5 349 ZEL event submitted successfully", "free",
+                            "log 5 349 Event raise successfully: [HMC0005], status: [0]",
+                            "log 5 349 The GPU0 upper warning threshold has been exceeded.",
+                            "log 5 349 Event logged for event = 5 , rc = 0\\n", "kelpc_destroy"));
     EXPECT_TRUE(eventually([&] {
         const auto lines = syslog();
         return std::count(lines.begin(), lines.end(), "31 tavrisk: Log the event.\n") == 1;
@@ -79,8 +74,7 @@ TEST_F(Request, TakesAnEventFromTheCallToTheEventLog)
     EXPECT_EQ(modeOf(file), 0774U);
 }
 
-TEST_F(Request, AnswersRefusedInputWithANumberAndKeepsNothing)
-{
+TEST_F(Request, AnswersRefusedInputWithANumberAndKeepsNothing) {
     startDaemon();
     Peer peer;
     struct {
@@ -114,8 +108,7 @@ TEST_F(Request, AnswersRefusedInputWithANumberAndKeepsNothing)
     EXPECT_THAT(recordedWith("Failed parsing JSON"), IsEmpty());
 }
 
-TEST_F(Request, AnswersMalformedCallsWithAnErrorAndNoTrace)
-{
+TEST_F(Request, AnswersMalformedCallsWithAnErrorAndNoTrace) {
     startDaemon();
     forgetRecorded();
     Peer peer;
@@ -131,8 +124,7 @@ TEST_F(Request, AnswersMalformedCallsWithAnErrorAndNoTrace)
     EXPECT_EQ(peer.call("Log", digest(event), event), 0);
 }
 
-TEST_F(Request, SavesWhateverItIsGiven)
-{
+TEST_F(Request, SavesWhateverItIsGiven) {
     startDaemon();
     Peer peer;
     EXPECT_EQ(peer.call("Save", "abc", {1, 2, 3}), 0);
@@ -143,8 +135,7 @@ TEST_F(Request, SavesWhateverItIsGiven)
     EXPECT_EQ(std::filesystem::file_size("/run/hmc/dump/empty"), 0U);
 }
 
-TEST_F(Request, ReportsAFullFileSystemAndClassifiesTheEventAllTheSame)
-{
+TEST_F(Request, ReportsAFullFileSystemAndClassifiesTheEventAllTheSame) {
     ASSERT_EQ(mount("tmpfs", "/run/hmc", "tmpfs", 0, "size=4k"), 0);
     std::filesystem::create_directory("/run/hmc/dump");
     writeFile("/run/hmc/filler", std::string(4096, 'x'));
@@ -158,15 +149,15 @@ TEST_F(Request, ReportsAFullFileSystemAndClassifiesTheEventAllTheSame)
     EXPECT_THAT(recorded(),
                 ::testing::AllOf(
                     Contains("log 3 349 tavrisk_daemon_thread: Failed writing data file: "
-                             "/var/run/hmc/" + name + ".5"),
+                             "/var/run/hmc/" +
+                             name + ".5"),
                     Contains("log 3 349 LogEvent : tavrisk_daemon_thread not started, rc = -3 \\n"),
                     Contains("log 3 349 SaveData: Failed writing data file: "
                              "/var/run/hmc/dump/abc")));
     umount("/run/hmc");
 }
 
-TEST_F(Request, ServesOnWhenAWorkerCannotBeStarted)
-{
+TEST_F(Request, ServesOnWhenAWorkerCannotBeStarted) {
     startDaemon();
     Peer peer;
     fail("pthread_create", EAGAIN);
@@ -177,8 +168,7 @@ TEST_F(Request, ServesOnWhenAWorkerCannotBeStarted)
     EXPECT_TRUE(waitForRecorded("submit"));
 }
 
-TEST_F(Request, SubmitsEveryOneOfFourThousandPipelinedCalls)
-{
+TEST_F(Request, SubmitsEveryOneOfFourThousandPipelinedCalls) {
     startDaemon();
     Peer peer;
     const auto name = digest(event);
@@ -209,8 +199,7 @@ TEST_F(Request, SubmitsEveryOneOfFourThousandPipelinedCalls)
     EXPECT_EQ(recordedWith("submit 66 1 2 HMC0005").size(), 4000U);
 }
 
-TEST_F(Request, HoldsALargeBufferTwiceAtMostAndWrongDigestsNotAtAll)
-{
+TEST_F(Request, HoldsALargeBufferTwiceAtMostAndWrongDigestsNotAtAll) {
     startDaemon();
     Peer peer;
     const auto refuse = [&](int times) {

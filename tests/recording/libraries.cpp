@@ -14,8 +14,7 @@
 // The three platform libraries in one source. The packed layout here: the strings, each with its
 // terminating zero.
 
-int32_t MOSSLINKBuildMsgArgsBuffer(char** args, uint32_t count, void* buffer, uint32_t* length)
-{
+int32_t MOSSLINKBuildMsgArgsBuffer(char** args, uint32_t count, void* buffer, uint32_t* length) {
     std::string packed;
     for (uint32_t i = 0; i < count; ++i) {
         packed.append(args[i], std::strlen(args[i]) + 1);
@@ -26,32 +25,30 @@ int32_t MOSSLINKBuildMsgArgsBuffer(char** args, uint32_t count, void* buffer, ui
     return recorded("build", " " + std::to_string(count) + " of " + std::to_string(capacity));
 }
 
-int32_t MOSSLINKCreateTLVList(void** list)
-{
+int32_t MOSSLINKCreateTLVList(void** list) {
     // Null as a handle is this library's right.
     *list = nullptr;
     return recorded("create");
 }
 
-int32_t MOSSLINKAddTLVToList(uint16_t tag, uint16_t length, const void* value, void*)
-{
+int32_t MOSSLINKAddTLVToList(uint16_t tag, uint16_t length, const void* value, void*) {
     return recorded("add", " " + std::to_string(tag) + " " + std::to_string(length) + " " +
                                std::string{static_cast<const char*>(value), length}.c_str());
 }
 
 int32_t MOSSLINKSubmitEvent(uint32_t first, uint32_t second, uint16_t severity,
                             const char* message_id, MOSSLINKCallback callback, void* user_data,
-                            void*)
-{
+                            void*) {
     return recorded("submit", " " + std::to_string(first) + " " + std::to_string(second) + " " +
                                   std::to_string(severity) + " " + message_id +
                                   (callback || user_data ? " callback" : ""));
 }
 
-int32_t MOSSLINKFreeTLVList(void*) { return recorded("free"); }
+int32_t MOSSLINKFreeTLVList(void*) {
+    return recorded("free");
+}
 
-int32_t kelpc_initialize(void** handle, const void* init_block)
-{
+int32_t kelpc_initialize(void** handle, const void* init_block) {
     std::array<unsigned char, 104> block{};
     std::memcpy(block.data(), init_block, block.size());
     const unsigned char* client = nullptr;
@@ -72,10 +69,11 @@ int32_t kelpc_initialize(void** handle, const void* init_block)
     return recorded("kelpc_initialize", text);
 }
 
-int32_t kelpc_destroy(void*) { return recorded("kelpc_destroy"); }
+int32_t kelpc_destroy(void*) {
+    return recorded("kelpc_destroy");
+}
 
-void whelk_vprintf(uint8_t level, int component, const char* format, va_list args)
-{
+void whelk_vprintf(uint8_t level, int component, const char* format, va_list args) {
     std::array<char, 4096> text{};
     std::vsnprintf(text.data(), text.size(), format, args);
     record("log " + std::to_string(level) + " " + std::to_string(component) + " " + text.data());

@@ -10,11 +10,10 @@
 #include <string>
 
 // Shared by the libraries that stand in for the platform's. They live in a private world, so their
-// paths are fixed: what was called goes to /run/record, one line a call, in order; a call whose name
-// is a file below /run/fail answers with the number in it.
+// paths are fixed: what was called goes to /run/record, one line a call, in order; a call whose
+// name is a file below /run/fail answers with the number in it.
 
-inline void record(const std::string& call)
-{
+inline void record(const std::string& call) {
     auto line = std::to_string(gettid()) + ' ';
     for (const char c : call) {
         line += c == '\n' ? std::string{"\\n"} : std::string{c};
@@ -25,15 +24,13 @@ inline void record(const std::string& call)
     close(file);
 }
 
-inline std::int32_t failure(const std::string& call)
-{
+inline std::int32_t failure(const std::string& call) {
     std::int32_t code = 0;
     std::ifstream{"/run/fail/" + call} >> code;
     return code;
 }
 
-inline std::int32_t recorded(const std::string& name, const std::string& arguments = {})
-{
+inline std::int32_t recorded(const std::string& name, const std::string& arguments = {}) {
     record(name + arguments);
     return failure(name);
 }

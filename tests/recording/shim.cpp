@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "record.hpp"
 
+#include <systemd/sd-bus.h>
+
 #include <dlfcn.h>
 #include <pthread.h>
-#include <systemd/sd-bus.h>
 
 #include <cerrno>
 #include <ctime>
@@ -14,13 +15,11 @@
 namespace {
 
 template <typename Function>
-Function next(const char* name)
-{
+Function next(const char* name) {
     return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 
-int scaled(std::time_t seconds, long nanoseconds)
-{
+int scaled(std::time_t seconds, long nanoseconds) {
     const timespec shortened{seconds / 1000, (seconds % 1000) * 1'000'000 + nanoseconds / 1000};
     return next<int (*)(const timespec*, timespec*)>("nanosleep")(&shortened, nullptr);
 }
@@ -29,21 +28,18 @@ int scaled(std::time_t seconds, long nanoseconds)
 
 extern "C" {
 
-unsigned sleep(unsigned seconds)
-{
+unsigned sleep(unsigned seconds) {
     record("sleep " + std::to_string(seconds));
     scaled(seconds, 0);
     return 0;
 }
 
-int nanosleep(const timespec* request, timespec*)
-{
+int nanosleep(const timespec* request, timespec*) {
     record("nanosleep " + std::to_string(request->tv_sec));
     return scaled(request->tv_sec, request->tv_nsec);
 }
 
-std::time_t time(std::time_t* result)
-{
+std::time_t time(std::time_t* result) {
     std::time_t now = 0;
     if (!(std::ifstream{"/run/clock"} >> now)) {
         now = next<std::time_t (*)(std::time_t*)>("time")(nullptr);
@@ -55,16 +51,14 @@ std::time_t time(std::time_t* result)
 }
 
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
-                   void* argument)
-{
+                   void* argument) {
     if (const auto code = failure("pthread_create")) {
         return code;
     }
     return next<decltype(&pthread_create)>("pthread_create")(thread, attributes, body, argument);
 }
 
-pid_t fork()
-{
+pid_t fork() {
     if (const auto code = failure("fork")) {
         errno = code;
         return -1;
@@ -73,8 +67,7 @@ pid_t fork()
 }
 
 int sd_bus_add_object_vtable(sd_bus* bus, sd_bus_slot** slot, const char* path,
-                             const char* interface, const sd_bus_vtable* vtable, void* context)
-{
+                             const char* interface, const sd_bus_vtable* vtable, void* context) {
     if (const auto code = failure("sd_bus_add_object_vtable")) {
         return -code;
     }

@@ -22,8 +22,7 @@ constexpr auto path = "/com/vorn/bmc/tavrisk";
 using Daemon = World;
 
 /** Source lines differ from build to build. */
-Lines withoutSourceLines(Lines lines)
-{
+Lines withoutSourceLines(Lines lines) {
     static const std::regex number{R"(\[main:\d+\])"};
     for (auto& line : lines) {
         line = std::regex_replace(line, number, "[main:N]");
@@ -31,16 +30,14 @@ Lines withoutSourceLines(Lines lines)
     return lines;
 }
 
-bool ownsTheName(Peer& peer, const Peer& owner)
-{
+bool ownsTheName(Peer& peer, const Peer& owner) {
     sd_bus_creds* creds = nullptr;
     const char* ownerName = nullptr;
     const char* busName = nullptr;
     sd_bus_get_unique_name(const_cast<Peer&>(owner).bus(), &busName);
-    const bool owned = sd_bus_get_name_creds(peer.bus(), service, SD_BUS_CREDS_UNIQUE_NAME,
-                                             &creds) >= 0 &&
-                       sd_bus_creds_get_unique_name(creds, &ownerName) >= 0 &&
-                       std::string{ownerName} == busName;
+    const bool owned =
+        sd_bus_get_name_creds(peer.bus(), service, SD_BUS_CREDS_UNIQUE_NAME, &creds) >= 0 &&
+        sd_bus_creds_get_unique_name(creds, &ownerName) >= 0 && std::string{ownerName} == busName;
     sd_bus_creds_unref(creds);
     return owned;
 }
@@ -52,8 +49,7 @@ struct Signal {
 };
 
 /** Subscribes to a signal and keeps, of each, the object path and a few texts of its body. */
-std::unique_ptr<std::vector<std::string>> subscribe(Peer& peer, const std::string& match)
-{
+std::unique_ptr<std::vector<std::string>> subscribe(Peer& peer, const std::string& match) {
     auto seen = std::make_unique<std::vector<std::string>>();
     sd_bus_add_match(
         peer.bus(), nullptr, ("type='signal'," + match).c_str(),
@@ -74,8 +70,7 @@ std::unique_ptr<std::vector<std::string>> subscribe(Peer& peer, const std::strin
     return seen;
 }
 
-TEST_F(Daemon, AnnouncesItsObjectWithStartValues)
-{
+TEST_F(Daemon, AnnouncesItsObjectWithStartValues) {
     Peer peer;
     const auto added =
         subscribe(peer, "member='InterfacesAdded',interface='org.freedesktop.DBus.ObjectManager'");
@@ -110,8 +105,7 @@ TEST_F(Daemon, AnnouncesItsObjectWithStartValues)
     sd_bus_message_unref(reply);
 }
 
-TEST_F(Daemon, AnnouncesChangesOfPropertiesOnly)
-{
+TEST_F(Daemon, AnnouncesChangesOfPropertiesOnly) {
     startDaemon();
     Peer peer;
     const auto changes = subscribe(peer, "member='PropertiesChanged'");
@@ -132,8 +126,7 @@ TEST_F(Daemon, AnnouncesChangesOfPropertiesOnly)
     EXPECT_EQ(peer.stringProperty("WUXDataLocation"), "/mmc1/hmc");
 }
 
-TEST_F(Daemon, IntrospectsAsDocumented)
-{
+TEST_F(Daemon, IntrospectsAsDocumented) {
     startDaemon();
     Peer peer;
     sd_bus_message* reply = nullptr;
@@ -143,39 +136,38 @@ TEST_F(Daemon, IntrospectsAsDocumented)
     const char* xml = "";
     sd_bus_message_read_basic(reply, 's', &xml);
     // What stands in the file, less its comments and the names of arguments.
-    static const std::regex ignored{R"(<!--[^]*?-->|<!DOCTYPE[^>]*>| name="\w+"(?= type="\w+" dir)|\s+)"};
+    static const std::regex ignored{
+        R"(<!--[^]*?-->|<!DOCTYPE[^>]*>| name="\w+"(?= type="\w+" dir)|\s+)"};
     const auto normal = [](const std::string& text) {
         return std::regex_replace(text, ignored, "");
     };
-    const auto documented =
-        normal(readFile(std::getenv("TAVRISK_SOURCE") +
-                        std::string{"/interface/com.vorn.bmc.tavrisk.xml"}));
+    const auto documented = normal(readFile(std::getenv("TAVRISK_SOURCE") +
+                                            std::string{"/interface/com.vorn.bmc.tavrisk.xml"}));
     const auto start = documented.find("<interface");
     EXPECT_THAT(normal(xml),
                 HasSubstr(documented.substr(start, documented.rfind("</node>") - start)));
     sd_bus_message_unref(reply);
 }
 
-TEST_F(Daemon, ServesOnWithoutAnObjectWhenItCannotBeRegistered)
-{
+TEST_F(Daemon, ServesOnWithoutAnObjectWhenItCannotBeRegistered) {
     fail("sd_bus_add_object_vtable", ENOMEM);
     startDaemon();
-    EXPECT_THAT(recorded(), Contains("log 3 349 tavriskmain_init : init or object store exception"));
+    EXPECT_THAT(recorded(),
+                Contains("log 3 349 tavriskmain_init : init or object store exception"));
     Peer peer;
     EXPECT_EQ(peer.call("SaveAndClearCache"), std::nullopt);
     EXPECT_EQ(peer.error, SD_BUS_ERROR_UNKNOWN_OBJECT);
 }
 
-TEST_F(Daemon, KeepsTheObjectWhenALaterStepFails)
-{
+TEST_F(Daemon, KeepsTheObjectWhenALaterStepFails) {
     fail("pthread_create", EAGAIN);
     startDaemon();
-    EXPECT_THAT(recorded(), Contains("log 3 349 tavriskmain_init : init or object store exception"));
+    EXPECT_THAT(recorded(),
+                Contains("log 3 349 tavriskmain_init : init or object store exception"));
     EXPECT_EQ(Peer{}.byteProperty("RetentionSizeInMB"), 10);
 }
 
-TEST_F(Daemon, TakesItsNameOverAndLetsItGo)
-{
+TEST_F(Daemon, TakesItsNameOverAndLetsItGo) {
     Peer before;
     ASSERT_GE(sd_bus_request_name(before.bus(), service, SD_BUS_NAME_ALLOW_REPLACEMENT), 0);
     launchDaemon();
@@ -185,8 +177,7 @@ TEST_F(Daemon, TakesItsNameOverAndLetsItGo)
     EXPECT_TRUE(ownsTheName(before, after));
 }
 
-TEST_F(Daemon, ExitsWith1WhenItsNameIsRefused)
-{
+TEST_F(Daemon, ExitsWith1WhenItsNameIsRefused) {
     Peer owner;
     ASSERT_GE(sd_bus_request_name(owner.bus(), service, 0), 0);
     launchDaemon();
@@ -195,8 +186,7 @@ TEST_F(Daemon, ExitsWith1WhenItsNameIsRefused)
                 Contains("log 3 349 [main:N] failed requesting com.vorn.bmc.tavrisk "));
 }
 
-TEST_F(Daemon, ExitsWith1WithoutABus)
-{
+TEST_F(Daemon, ExitsWith1WithoutABus) {
     stopBus();
     launchDaemon();
     EXPECT_EQ(daemon->wait(), 1);
@@ -204,8 +194,7 @@ TEST_F(Daemon, ExitsWith1WithoutABus)
                 ElementsAre(StartsWith("log 3 349 [main:N] failed opening the default bus: ")));
 }
 
-TEST_F(Daemon, ExitsWith255AfterTenFailedPasses)
-{
+TEST_F(Daemon, ExitsWith255AfterTenFailedPasses) {
     startDaemon();
     forgetRecorded();
     stopBus();

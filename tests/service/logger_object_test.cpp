@@ -1,20 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "service/logger_object.hpp"
-
 #include "tests/world.hpp"
 
 namespace {
 
 using LoggerObject = World;
 
-TEST_F(LoggerObject, SetsAndGetsPropertiesByName)
-{
+TEST_F(LoggerObject, SetsAndGetsPropertiesByName) {
     Peer peer;
     sdbusplus::bus::bus bus{peer.bus()};
     Tavrisk object{bus, "/object", Tavrisk::action::emit_no_signals};
     const std::vector<std::pair<std::string, Tavrisk::PropertiesVariant>> values{
-        {"SystemLEDSetting", "Enabled"},       {"RetentionSizeInMB", std::uint8_t{1}},
-        {"RetentionIntervalInMinutes", std::uint8_t{2}}, {"WUXDataLocation", "/a"},
+        {"SystemLEDSetting", "Enabled"},
+        {"RetentionSizeInMB", std::uint8_t{1}},
+        {"RetentionIntervalInMinutes", std::uint8_t{2}},
+        {"WUXDataLocation", "/a"},
         {"WUXDataCacheLocation", "/b"}};
     for (const auto& [name, value] : values) {
         EXPECT_NE(object.getPropertyByName(name), value);
@@ -27,17 +27,16 @@ TEST_F(LoggerObject, SetsAndGetsPropertiesByName)
 }
 
 /** Makes and destroys an object, and counts the signals of that name which a peer sees. */
-int signalsSeen(const char* signal, Tavrisk::action action)
-{
+int signalsSeen(const char* signal, Tavrisk::action action) {
     int seen = 0;
     Peer observer;
-    sd_bus_add_match(observer.bus(), nullptr,
-                     ("type='signal',member='" + std::string{signal} + "'").c_str(),
-                     [](sd_bus_message*, void* count, sd_bus_error*) {
-                         ++*static_cast<int*>(count);
-                         return 0;
-                     },
-                     &seen);
+    sd_bus_add_match(
+        observer.bus(), nullptr, ("type='signal',member='" + std::string{signal} + "'").c_str(),
+        [](sd_bus_message*, void* count, sd_bus_error*) {
+            ++*static_cast<int*>(count);
+            return 0;
+        },
+        &seen);
     Peer peer;
     sd_bus_add_object_manager(peer.bus(), nullptr, "/");
     sdbusplus::bus::bus bus{peer.bus()};
@@ -53,8 +52,7 @@ int signalsSeen(const char* signal, Tavrisk::action action)
     return seen;
 }
 
-TEST_F(LoggerObject, AnnouncesItsLifeUnlessToldNotTo)
-{
+TEST_F(LoggerObject, AnnouncesItsLifeUnlessToldNotTo) {
     using enum Tavrisk::action;
     EXPECT_EQ(signalsSeen("InterfacesAdded", emit_object_added), 1);
     EXPECT_EQ(signalsSeen("InterfacesRemoved", emit_object_added), 1);
