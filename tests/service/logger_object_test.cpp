@@ -45,8 +45,8 @@ int signalsSeen(const char* signal, Tavrisk::action action) {
         object.retentionSizeInMB(1, true);
         object.retentionSizeInMB(2);
     }
-    sd_bus_flush(peer.bus());
-    // A round trip, after which all signals of before have arrived.
+    // Round trips, after which all signals of before have arrived.
+    sd_bus_get_name_creds(peer.bus(), "none", 0, nullptr);
     sd_bus_get_name_creds(observer.bus(), "none", 0, nullptr);
     observer.process();
     return seen;
