@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace tavrisk::zel {
+
+/** A failed SQLite call: its extended result code and the library's words for it. */
+class SqliteError final : public std::exception {
+public:
+    SqliteError(int code, const char* message) : code_{code}, message_{message} {}
+
+    /** The primary result code, such as SQLITE_BUSY. */
+    [[nodiscard]] int code() const noexcept { return code_ & 0xff; }
+    [[nodiscard]] const char* what() const noexcept override { return message_.c_str(); }
+
+private:
+    int code_;
+    std::string message_;
+};
+
+/** A connection to one database file, used by one thread at a time. */
+class Connection {
+public:
+    /** `flags` are those of sqlite3_open_v2. Raises SqliteError, as all that follows does. */
+    Connection(const std::string& path, int flags);
+
+    [[nodiscard]] sqlite3* get() const noexcept { return connection_.get(); }
+
+    /** Runs statements that yield nothing. */
+    void execute(const char* sql) const;
+
+    /** The first value of the first row. */
+    [[nodiscard]] std::int64_t queryInteger(const char* sql) const;
+    [[nodiscard]] std::string queryText(const char* sql) const;
+
+private:
+    struct Close {
+        void operator()(sqlite3* raw) const noexcept { sqlite3_close_v2(raw); }
+    };
+    std::unique_ptr<sqlite3, Close> connection_;
+};
+
+/** A prepared statement; parameters and columns count as SQLite counts them, from 1 and from 0. */
+class Statement {
+public:
+    Statement(const Connection& connection, std::string_view sql);
+
+    /** `text` must live until the statement is stepped. */
+    void bind(int parameter, std::string_view text);
+    void bind(int parameter, std::int64_t number);
+
+    /** False at the end of the rows. */
+    bool step();
+    void reset() noexcept { sqlite3_reset(statement_.get()); }
+
+    [[nodiscard]] std::int64_t integer(int column) const;
+    [[nodiscard]] std::string text(int column) const;
+
+private:
+    void check(int result) const;
+
+    struct Finalize {
+        void operator()(sqlite3_stmt* raw) const noexcept { sqlite3_finalize(raw); }
+    };
+    std::unique_ptr<sqlite3_stmt, Finalize> statement_;
+};
+
+/** A write transaction, taken back unless it is committed. */
+class Transaction {
+public:
+    explicit Transaction(const Connection& connection) : connection_{&connection} {
+        connection.execute("BEGIN IMMEDIATE");
+    }
+    ~Transaction();
+    void commit();
+    Transaction(const Transaction&) = delete;
+    Transaction& operator=(const Transaction&) = delete;
+
+private:
+    const Connection* connection_;
+};
+
+} // namespace tavrisk::zel
