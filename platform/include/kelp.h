@@ -4,6 +4,7 @@
  */
 #pragma once
 
+/* NOLINTBEGIN(modernize-*): a C header */
 #include <stdint.h>
 
 #ifdef __cplusplus
@@ -19,3 +20,4 @@ int32_t kelpc_destroy(void* handle);
 #ifdef __cplusplus
 }
 #endif
+/* NOLINTEND(modernize-*) */

@@ -6,6 +6,7 @@
  */
 #pragma once
 
+/* NOLINTBEGIN(modernize-*): a C header */
 #include <stdint.h>
 
 #ifdef __cplusplus
@@ -26,8 +27,9 @@ int32_t MOSSLINKCreateTLVList(void** list);
 /** Appends one tag-length-value entry; `value` must live until the list is freed. */
 int32_t MOSSLINKAddTLVToList(uint16_t tag, uint16_t length, const void* value, void* list);
 
-/** Records the event `message_id` with the list's arguments in the ZEL. */
-int32_t MOSSLINKSubmitEvent(uint32_t, uint32_t, uint16_t severity, const char* message_id,
+/** Records the event `message_id` with the list's arguments in the ZEL. The meaning of the first two
+ *  values is the platform's. */
+int32_t MOSSLINKSubmitEvent(uint32_t first, uint32_t second, uint16_t severity, const char* message_id,
                             MOSSLINKCallback callback, void* user_data, void* list);
 
 int32_t MOSSLINKFreeTLVList(void* list);
@@ -35,3 +37,4 @@ int32_t MOSSLINKFreeTLVList(void* list);
 #ifdef __cplusplus
 }
 #endif
+/* NOLINTEND(modernize-*) */

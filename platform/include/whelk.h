@@ -4,6 +4,7 @@
  */
 #pragma once
 
+/* NOLINTBEGIN(modernize-*): a C header */
 #include <stdarg.h>
 #include <stdint.h>
 
@@ -22,3 +23,4 @@ void whelk_vprintf(uint8_t level, int component, const char* format, va_list arg
 #ifdef __cplusplus
 }
 #endif
+/* NOLINTEND(modernize-*) */

@@ -10,10 +10,10 @@ sqlite3* open(const std::string& path, int flags) {
     const int result =
         sqlite3_open_v2(path.c_str(), &opened, flags | SQLITE_OPEN_EXRESCODE, nullptr);
     if (result != SQLITE_OK) {
-        const SqliteError error{result, opened != nullptr ? sqlite3_errmsg(opened)
-                                                          : sqlite3_errstr(result)};
+        const std::string message =
+            opened != nullptr ? sqlite3_errmsg(opened) : sqlite3_errstr(result);
         sqlite3_close_v2(opened);
-        throw error;
+        throw SqliteError{result, message.c_str()};
     }
     return opened;
 }

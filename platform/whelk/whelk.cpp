@@ -40,7 +40,7 @@ public:
 
     void append(long number) {
         std::array<char, 20> digits{};
-        const auto end = std::to_chars(digits.begin(), digits.end(), number).ptr;
+        auto* const end = std::to_chars(digits.begin(), digits.end(), number).ptr;
         append({digits.data(), static_cast<std::size_t>(end - digits.begin())});
     }
 

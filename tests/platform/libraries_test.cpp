@@ -39,27 +39,38 @@ std::string contents(const std::filesystem::path& path) {
     return (std::ostringstream{} << std::ifstream{path}.rdbuf()).str();
 }
 
+int statusOfChild(void (*body)()) {
+    if (fork() == 0) {
+        alarm(10); // ends a child that hangs
+        body();
+        _exit(0);
+    }
+    int status = -1;
+    wait(&status);
+    return status;
+}
+
 TEST(Kelp, TakesTheDaemonsBlockAndRefusesEveryOther) {
     struct Case {
         KelpError expected;
-        std::size_t word; // to be changed: of the client below 4, of the block from there on
         std::uint32_t value;
+        std::size_t word; // to be given the value: of the client below 4, else of the block
         std::size_t nameLength = 7;
     };
-    const Case cases[]{{KELP_OK, 2, 0},
-                       {KELP_OK, 2, 0, 63},
-                       {KELP_BAD_CLIENT_NAME, 2, 0, 64},
-                       {KELP_BAD_CLIENT_NAME, 2, 0, 0},
-                       {KELP_BAD_RESERVED, 2, 1},
-                       {KELP_BAD_VERSION, 3, 16},
-                       {KELP_BAD_RESERVED, 6, 1},
-                       {KELP_BAD_VERSION, 14, 18},
-                       {KELP_BAD_RESERVED, 29, 1}};
+    const std::vector<Case> cases{{KELP_OK, 0, 2},
+                                  {KELP_OK, 0, 2, 63},
+                                  {KELP_BAD_CLIENT_NAME, 0, 2, 64},
+                                  {KELP_BAD_CLIENT_NAME, 0, 2, 0},
+                                  {KELP_BAD_RESERVED, 1, 2},
+                                  {KELP_BAD_VERSION, 16, 3},
+                                  {KELP_BAD_RESERVED, 1, 6},
+                                  {KELP_BAD_VERSION, 18, 14},
+                                  {KELP_BAD_RESERVED, 1, 29}};
     for (const auto& c : cases) {
         const std::string name(c.nameLength, 'n');
         std::vector<std::uint32_t> words(4 + 26);
         const std::pair pointers{name.c_str(), words.data()};
-        std::memcpy(&words[0], &pointers.first, sizeof(void*));
+        std::memcpy(words.data(), &pointers.first, sizeof(void*));
         std::memcpy(&words[4], &pointers.second, sizeof(void*));
         words[3] = words[14] = 17;
         words[c.word] = c.value;
@@ -88,25 +99,30 @@ protected:
 };
 
 TEST_F(Mosslink, AnAcceptedEntrySurvivesTheProcess) {
-    EXPECT_EXIT(submit("a") == 0 ? std::raise(SIGKILL) : 0, testing::KilledBySignal(SIGKILL), "");
+    EXPECT_EQ(SIGKILL, statusOfChild([] { submit("a") == 0 ? std::raise(SIGKILL) : 0; }));
     EXPECT_EQ("1 HMC0002 2 [\"a\"] 1",
               query("format('%d %s %d %s %d', sequence, message_id, severity, arguments,"
                     " abs(julianday() - julianday(time)) < 0.01)"));
 }
 
+/** Each thread submits its name, of two characters, with a digit that rises. */
+void submitFromThreads(char process) {
+    std::vector<std::jthread> threads(30);
+    for (auto& thread : threads) {
+        const std::string name{process, static_cast<char>('A' + (&thread - threads.data()))};
+        thread = std::jthread{[name] {
+            for (const auto* step : {"1", "2", "3", "4", "5", "6"}) {
+                submit(name + step);
+            }
+        }};
+    }
+}
+
 TEST_F(Mosslink, ThreadsAndProcessesLoseNoEntryAndKeepTheirOrder) {
-    for (int process = 0; process < 3; ++process) {
+    for (const char process : {'A', 'B', 'C'}) {
         if (fork() == 0) {
             alarm(60); // ends processes that lock each other out
-            std::vector<std::jthread> threads;
-            for (int thread = 0; thread < 30; ++thread) {
-                threads.emplace_back([name = std::to_string(process * 30 + thread)] {
-                    for (const auto* step : {".0", ".1", ".2", ".3", ".4", ".5"}) {
-                        submit(name + step);
-                    }
-                });
-            }
-            threads.clear();
+            submitFromThreads(process);
             _exit(0);
         }
     }
@@ -115,7 +131,7 @@ TEST_F(Mosslink, ThreadsAndProcessesLoseNoEntryAndKeepTheirOrder) {
     EXPECT_EQ("540 540 540", query("format('%d %d %d', count(*), max(sequence),"
                                    " count(DISTINCT arguments))"));
     EXPECT_EQ("0", query("(SELECT count(*) FROM entries a JOIN entries b"
-                         " ON CAST(a.arguments ->> 0 AS INT) = CAST(b.arguments ->> 0 AS INT)"
+                         " ON substr(a.arguments, 1, 4) = substr(b.arguments, 1, 4)"
                          " AND a.sequence < b.sequence AND a.arguments > b.arguments)"));
 }
 
@@ -196,27 +212,22 @@ TEST(Whelk, WritesOneHarmlessLinePerMessage) {
 
 TEST(Whelk, NeitherHoldsUpAForkedChildNorExceedsTheFilesSize) {
     emptyDirectoryOf(debugLogPath);
-    const auto logUntil = [](const std::stop_token& stop) {
-        while (!stop.stop_requested()) {
-            log("%4000s", "");
-        }
-    };
-    std::vector<std::jthread> threads;
-    threads.emplace_back(logUntil);
-    threads.emplace_back(logUntil);
-    for (int i = 0; i < 100; ++i) {
-        if (fork() == 0) {
-            alarm(10); // ends a child that hangs
-            log("child");
-            _exit(0);
-        }
-        int status = -1;
-        ASSERT_LT(0, wait(&status));
-        ASSERT_EQ(0, status);
+    std::vector<std::jthread> threads(2);
+    for (auto& thread : threads) {
+        thread = std::jthread{[](const std::stop_token& stop) {
+            while (!stop.stop_requested()) {
+                log("%4000s", "");
+            }
+        }};
     }
+    int failures = 0;
+    for (int i = 0; i < 100; ++i) {
+        failures += statusOfChild([] { log("child"); }) != 0 ? 1 : 0;
+    }
+    EXPECT_EQ(0, failures);
     threads.clear();
     // A line on its way while the file is renamed still goes into it.
-    constexpr auto limit = tavrisk::platform::debugLogMaxBytes + 5 * 4096;
+    constexpr auto limit = tavrisk::platform::debugLogMaxBytes + 20'000;
     EXPECT_LE(contents(debugLogPath).size(), limit);
     EXPECT_LE(contents(debugLogPath + ".1").size(), limit);
 }
