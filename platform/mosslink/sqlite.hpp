@@ -72,11 +72,14 @@ private:
     std::unique_ptr<sqlite3_stmt, Finalize> statement_;
 };
 
-/** A write transaction, taken back unless it is committed. */
+/** A transaction, taken back unless it is committed. */
 class Transaction {
 public:
-    explicit Transaction(const Connection& connection) : connection_{&connection} {
-        connection.execute("BEGIN IMMEDIATE");
+    enum class Kind { read, write };
+
+    explicit Transaction(const Connection& connection, Kind kind = Kind::write)
+        : connection_{&connection} {
+        connection.execute(kind == Kind::write ? "BEGIN IMMEDIATE" : "BEGIN");
     }
     ~Transaction();
     void commit();

@@ -103,6 +103,8 @@ const std::int64_t schemaVersion = schemaSteps.size();
 
 std::int64_t checkedSchemaVersion(const Connection& connection) {
     try {
+        // One view of the whole: another process may be making the tables right now.
+        const Transaction view{connection, Transaction::Kind::read};
         const auto version = connection.queryInteger("PRAGMA user_version");
         if (version > schemaVersion) {
             throw Refused{Refused::Reason::newer};
