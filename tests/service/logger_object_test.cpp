@@ -46,8 +46,8 @@ int signalsSeen(const char* signal, Tavrisk::action action) {
         object.retentionSizeInMB(2);
     }
     // Round trips, after which all signals of before have arrived.
-    sd_bus_get_name_creds(peer.bus(), "none", 0, nullptr);
-    sd_bus_get_name_creds(observer.bus(), "none", 0, nullptr);
+    sd_bus_get_name_creds(peer.bus(), "org.freedesktop.DBus", 0, nullptr);
+    sd_bus_get_name_creds(observer.bus(), "org.freedesktop.DBus", 0, nullptr);
     observer.process();
     return seen;
 }
