@@ -196,6 +196,11 @@ int Peer::set(const char* name, std::uint8_t value) {
                     0);
 }
 
+void Peer::ping() {
+    sd_bus_call_method(bus(), "org.freedesktop.DBus", "/", "org.freedesktop.DBus.Peer", "Ping",
+                       nullptr, nullptr, "");
+}
+
 void Peer::process() {
     while (sd_bus_process(bus(), nullptr) > 0) {
     }

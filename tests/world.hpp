@@ -62,6 +62,8 @@ public:
     /** 0, or a negative errno. */
     int set(const char* name, const char* type, const char* value);
     int set(const char* name, std::uint8_t value);
+    /** Waits until the bus has dealt with all that this peer has sent before. */
+    void ping();
     /** Handles what has arrived, without waiting. */
     void process();
 

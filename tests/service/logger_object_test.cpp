@@ -45,9 +45,9 @@ int signalsSeen(const char* signal, Tavrisk::action action) {
         object.retentionSizeInMB(1, true);
         object.retentionSizeInMB(2);
     }
-    // Round trips, after which all signals of before have arrived.
-    sd_bus_get_name_creds(peer.bus(), "org.freedesktop.DBus", 0, nullptr);
-    sd_bus_get_name_creds(observer.bus(), "org.freedesktop.DBus", 0, nullptr);
+    // After a round trip of each, all signals of before have arrived.
+    peer.ping();
+    observer.ping();
     observer.process();
     return seen;
 }
