@@ -27,10 +27,11 @@ int32_t MOSSLINKCreateTLVList(void** list);
 /** Appends one tag-length-value entry; `value` must live until the list is freed. */
 int32_t MOSSLINKAddTLVToList(uint16_t tag, uint16_t length, const void* value, void* list);
 
-/** Records the event `message_id` with the list's arguments in the ZEL. The meaning of the first two
- *  values is the platform's. */
-int32_t MOSSLINKSubmitEvent(uint32_t first, uint32_t second, uint16_t severity, const char* message_id,
-                            MOSSLINKCallback callback, void* user_data, void* list);
+/** Records the event `message_id` with the list's arguments in the ZEL. The meaning of the first
+ * two values is the platform's. */
+int32_t MOSSLINKSubmitEvent(uint32_t first, uint32_t second, uint16_t severity,
+                            const char* message_id, MOSSLINKCallback callback, void* user_data,
+                            void* list);
 
 int32_t MOSSLINKFreeTLVList(void* list);
 

@@ -6,14 +6,14 @@
 
 enum MOSSLINKError {
     MOSSLINK_OK = 0,
-    MOSSLINK_INVALID_ARGUMENT = 1,    /* a null pointer, or an argument list that is malformed */
+    MOSSLINK_INVALID_ARGUMENT = 1, /* a null pointer, or an argument list that is malformed */
     MOSSLINK_OUT_OF_MEMORY = 2,
-    MOSSLINK_BUFFER_TOO_SMALL = 3,    /* the packed arguments exceed the capacity */
-    MOSSLINK_CANNOT_OPEN = 4,         /* no database, and none could be made */
-    MOSSLINK_BUSY = 5,                /* other processes kept the database locked for too long */
+    MOSSLINK_BUFFER_TOO_SMALL = 3, /* the packed arguments exceed the capacity */
+    MOSSLINK_CANNOT_OPEN = 4,      /* no database, and none could be made */
+    MOSSLINK_BUSY = 5,             /* other processes kept the database locked for too long */
     MOSSLINK_NO_SPACE = 6,
-    MOSSLINK_STORAGE_FAILED = 7,      /* the file system refused a read or a write */
-    MOSSLINK_DATABASE_DAMAGED = 8,    /* left as it is */
-    MOSSLINK_DATABASE_NEWER = 9,      /* written by a later version; left as it is */
+    MOSSLINK_STORAGE_FAILED = 7,   /* the file system refused a read or a write */
+    MOSSLINK_DATABASE_DAMAGED = 8, /* left as it is */
+    MOSSLINK_DATABASE_NEWER = 9,   /* written by a later version; left as it is */
     MOSSLINK_INTERNAL = 10
 };

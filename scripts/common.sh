@@ -1,0 +1,61 @@
+# What the scripts share; sourced by them. Sets `root`, the source tree.
+# shellcheck shell=sh
+
+root=$(CDPATH='' cd -- "$(dirname -- "$0")/.." && pwd)
+
+die() {
+  echo "$(basename "$0"): $*" >&2
+  exit 1
+}
+
+# need PACKAGE...: installs those of the Debian packages that are missing.
+need() {
+  missing=
+  for package; do
+    status=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null) || status=
+    [ "$status" = installed ] || missing="$missing $package"
+  done
+  [ -n "$missing" ] || return 0
+
+  if ! command -v apt-get >/dev/null; then
+    die "these programs and libraries are missing, and there is no apt-get to install them:$missing"
+  elif [ "$(id -u)" = 0 ]; then
+    as_root=
+  elif command -v sudo >/dev/null && { sudo -n true 2>/dev/null || [ -t 0 ]; }; then
+    as_root=sudo
+  else
+    die "these packages are missing; install them, or run this as root or where sudo works:$missing"
+  fi
+  echo "Installing:$missing"
+  # shellcheck disable=SC2086 # lists of words
+  if ! { $as_root apt-get update -qq &&
+    DEBIAN_FRONTEND=noninteractive $as_root apt-get install -qq -y --no-install-recommends \
+      $missing; } >"${TMPDIR:-/tmp}/tavrisk-install.$$" 2>&1; then
+    cat "${TMPDIR:-/tmp}/tavrisk-install.$$" >&2
+    die "installing failed:$missing"
+  fi
+  rm -f "${TMPDIR:-/tmp}/tavrisk-install.$$"
+}
+
+# What every build needs, and what the private bus does.
+need_build() {
+  need g++ libjsoncpp-dev libsqlite3-dev libssl-dev libsystemd-dev meson ninja-build pkg-config \
+    dbus-daemon util-linux "$@"
+}
+
+# build DIRECTORY OPTION...: configures a build directory below build/ once, and builds it.
+build() {
+  directory=$root/build/$1
+  shift
+  log=$directory.log
+  mkdir -p "$root/build"
+  if [ ! -f "$directory/build.ninja" ]; then
+    meson setup "$directory" "$root" "$@" >"$log" 2>&1 || { cat "$log" >&2 && die "configuring failed"; }
+  fi
+  ninja -C "$directory" >"$log" 2>&1 || { cat "$log" >&2 && die "building failed"; }
+}
+
+# Says at once when private namespaces are not to be had.
+need_world() {
+  "$root/scripts/world" true || die "cannot make the private root that this runs in"
+}
