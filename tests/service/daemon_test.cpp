@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/world.hpp"
 
-#include <json/value.h>
-
 #include <csignal>
-#include <regex>
 
 using ::testing::AllOf;
 using ::testing::Contains;
@@ -21,13 +18,20 @@ constexpr auto path = "/com/vorn/bmc/tavrisk";
 
 using Daemon = World;
 
-/** Source lines differ from build to build. */
+/** "[main:42]" as "[main:N]": source lines differ from build to build. */
 Lines withoutSourceLines(Lines lines) {
-    static const std::regex number{R"(\[main:\d+\])"};
     for (auto& line : lines) {
-        line = std::regex_replace(line, number, "[main:N]");
+        if (const auto start = line.find("[main:"); start != line.npos) {
+            line.replace(start, line.find(']') + 1 - start, "[main:N]");
+        }
     }
     return lines;
+}
+
+void eraseAll(std::string& text, const std::string& part) {
+    for (auto at = text.find(part); at != text.npos; at = text.find(part, at)) {
+        text.erase(at, part.size());
+    }
 }
 
 bool ownsTheName(Peer& peer, const Peer& owner) {
@@ -42,27 +46,18 @@ bool ownsTheName(Peer& peer, const Peer& owner) {
     return owned;
 }
 
-struct Signal {
-    std::string path;
-    std::string interface;
-    std::string value;
-};
-
-/** Subscribes to a signal and keeps, of each, the object path and a few texts of its body. */
-std::unique_ptr<std::vector<std::string>> subscribe(Peer& peer, const std::string& match) {
-    auto seen = std::make_unique<std::vector<std::string>>();
+/** Subscribes to a signal and keeps the body of each, written out. */
+std::unique_ptr<Lines> subscribe(Peer& peer, const std::string& match) {
+    auto seen = std::make_unique<Lines>();
     sd_bus_add_match(
         peer.bus(), nullptr, ("type='signal'," + match).c_str(),
         [](sd_bus_message* message, void* context, sd_bus_error*) {
-            FILE* dump = nullptr;
             char* text = nullptr;
             std::size_t size = 0;
-            dump = open_memstream(&text, &size);
+            auto* dump = open_memstream(&text, &size);
             sd_bus_message_dump(message, dump, SD_BUS_MESSAGE_DUMP_SUBTREE_ONLY);
             fclose(dump);
-            static const std::regex layout{R"(\s+)"};
-            static_cast<std::vector<std::string>*>(context)->push_back(
-                std::regex_replace(text, layout, " "));
+            static_cast<Lines*>(context)->emplace_back(text);
             std::free(text);
             return 0;
         },
@@ -135,17 +130,24 @@ TEST_F(Daemon, IntrospectsAsDocumented) {
               0);
     const char* xml = "";
     sd_bus_message_read_basic(reply, 's', &xml);
-    // What stands in the file, less its comments and the names of arguments.
-    static const std::regex ignored{
-        R"(<!--[^]*?-->|<!DOCTYPE[^>]*>| name="\w+"(?= type="\w+" dir)|\s+)"};
-    const auto normal = [](const std::string& text) {
-        return std::regex_replace(text, ignored, "");
-    };
-    const auto documented = normal(readFile(std::getenv("TAVRISK_SOURCE") +
-                                            std::string{"/interface/com.vorn.bmc.tavrisk.xml"}));
-    const auto start = documented.find("<interface");
-    EXPECT_THAT(normal(xml),
-                HasSubstr(documented.substr(start, documented.rfind("</node>") - start)));
+    auto documented = readFile(std::getenv("TAVRISK_SOURCE") +
+                               std::string{"/interface/com.vorn.bmc.tavrisk.xml"});
+    documented.erase(0, documented.find("<interface"));
+    documented.erase(documented.find("</node>"));
+    // libsystemd neither writes comments nor the names of arguments.
+    for (const auto* name : {"validationString", "logDataBuffer", "result"}) {
+        eraseAll(documented, std::string{" name=\""} + name + "\"");
+    }
+    for (auto start = documented.find("<!--"); start != documented.npos;
+         start = documented.find("<!--")) {
+        documented.erase(start, documented.find("-->") + 3 - start);
+    }
+    std::string introspected{xml};
+    for (const auto* space : {" ", "\n"}) {
+        eraseAll(introspected, space);
+        eraseAll(documented, space);
+    }
+    EXPECT_THAT(introspected, HasSubstr(documented));
     sd_bus_message_unref(reply);
 }
 
