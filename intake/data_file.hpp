@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -23,17 +22,3 @@ int SaveData(const std::string& validationString, const std::vector<std::uint8_t
  * exception came up or the worker could not be started: then there is none.
  */
 int tavrisk_daemon_thread(std::vector<std::uint8_t> logDataBuffer, std::string validationString);
-
-namespace tavrisk {
-
-/** Where all data files live; made by the platform, never by the daemon. */
-inline constexpr auto dataRoot = "/var/run/hmc/";
-
-/**
- * Creates or replaces the file with exactly these bytes and gives it mode 0774. `logName` stands in
- * the warnings. Results as for SaveData(), -1 for an exception.
- */
-int writeDataFile(const char* logName, const std::string& path,
-                  std::span<const std::uint8_t> bytes);
-
-} // namespace tavrisk
