@@ -10,6 +10,7 @@
 #include <array>
 #include <cstring>
 #include <exception>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -51,19 +52,36 @@ std::int32_t lookUp(const Table& table, std::string_view messageId, std::int32_t
     return row != table.end() ? row->event : otherwise;
 }
 
-/** The member as text, "" when it is missing; raises jsoncpp's logic error for a record that is
- *  no object and for a member that is one, or an array. */
-std::string text(const Json::Value& object, const char* member) {
-    return object[member].asString();
+/** What `read` returns; a type that jsoncpp refuses is raised again under the member's name. */
+template <typename Read>
+std::string readText(const char* member, Read read) {
+    try {
+        return read();
+    } catch (const Json::Exception&) {
+        throw std::runtime_error{std::string{"its "} + member + " is of the wrong type"};
+    }
 }
 
-bool isReportable(const Json::Value& record) {
-    if (text(record, "EventType") != "Event" && text(record, "EntryType") != "Event") {
-        return false;
+/** The member as text, "" when it is missing; raises for a record that is no object and for a
+ *  member that is one, or an array. */
+std::string text(const Json::Value& record, const char* member) {
+    return readText(member, [&] { return record[member].asString(); });
+}
+
+/** Why the record is not to be reported; null for one that is. */
+const char* whyNotReportable(const Json::Value& record) {
+    if (!record.isObject() && !record.isNull()) {
+        throw std::runtime_error{"it is no object"};
     }
-    return text(record, "Severity") == "Critical" || text(record, "Severity") == "Warning" ||
-           text(record, "MessageSeverity") == "Critical" ||
-           text(record, "MessageSeverity") == "Warning";
+    if (text(record, "EventType") != "Event" && text(record, "EntryType") != "Event") {
+        return R"(it is no event: neither its EventType nor its EntryType is "Event")";
+    }
+    if (text(record, "Severity") == "Critical" || text(record, "Severity") == "Warning" ||
+        text(record, "MessageSeverity") == "Critical" ||
+        text(record, "MessageSeverity") == "Warning") {
+        return nullptr;
+    }
+    return R"(neither its Severity nor its MessageSeverity is "Critical" or "Warning")";
 }
 
 bool isCritical(const Json::Value& record) {
@@ -71,16 +89,28 @@ bool isCritical(const Json::Value& record) {
 }
 
 std::string deviceName(const Json::Value& record, std::string_view messageId) {
-    return messageId == platformError ? text(record["CPER"], "NotificationType")
-                                      : record["MessageArgs"][0].asString();
+    return messageId == platformError
+               ? readText("CPER", [&] { return record["CPER"]["NotificationType"].asString(); })
+               : readText("MessageArgs", [&] { return record["MessageArgs"][0].asString(); });
 }
 
-int classify(const Json::Value& record, std::int32_t& event, char*& device,
-             std::uint32_t& severity) {
+std::string whyNotParsed(const Json::Reader& reader) {
+    const auto errors = reader.getStructuredErrors();
+    std::string reason{"it is no JSON"};
+    if (!errors.empty()) {
+        reason += ": at byte " + std::to_string(errors.front().offset_start) + ", " +
+                  errors.front().message;
+    }
+    return reason;
+}
+
+/** Null for a record to be reported, whose outputs it sets; otherwise why it is not. */
+const char* classify(const Json::Value& record, std::int32_t& event, char*& device,
+                     std::uint32_t& severity) {
     diag_log(8, 7, "%s:  parsing JSON", logName);
     severity = severityOther;
-    if (!isReportable(record)) {
-        return 0;
+    if (const char* why = whyNotReportable(record)) {
+        return why;
     }
     diag_log(8, 7, "%s: Entry parsing JSON", logName);
 
@@ -99,22 +129,35 @@ int classify(const Json::Value& record, std::int32_t& event, char*& device,
 
     device = strdup(deviceName(record, messageId).c_str());
     event = number;
-    return 1;
+    return nullptr;
 }
 
 } // namespace
 
 int checkRedfishData(std::span<const std::uint8_t> record, std::int32_t& event, char*& device,
-                     std::uint32_t& severity) {
+                     std::uint32_t& severity, std::string* reason) {
+    const auto tell = [reason](const auto& why) {
+        if (reason != nullptr) {
+            *reason = why();
+        }
+    };
     // jsoncpp throws its own exceptions for members of the wrong type and standard ones for
     // nesting deeper than it accepts. The record comes from a peer: none may end the daemon.
     try {
         const auto* begin = reinterpret_cast<const char*>(record.data());
+        Json::Reader reader;
         Json::Value root;
-        if (Json::Reader{}.parse(begin, begin + record.size(), root, true)) {
-            return classify(root, event, device, severity);
+        if (reader.parse(begin, begin + record.size(), root, true)) {
+            const char* why = classify(root, event, device, severity);
+            if (why == nullptr) {
+                return 1;
+            }
+            tell([why] { return why; });
+            return 0;
         }
-    } catch (const std::exception&) { // The same line as for text that is no JSON.
+        tell([&reader] { return whyNotParsed(reader); });
+    } catch (const std::exception& e) { // The same line as for text that is no JSON.
+        tell([&e] { return e.what(); });
     }
     diag_log(8, 4, "%s: Failed parsing JSON", logName);
     return 0;

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
 
 /** Severity codes, as the event log takes them. */
 constexpr std::uint32_t severityCritical = 1;
@@ -19,6 +20,7 @@ constexpr std::uint32_t severityOther = 3;
  *
  * Returns 0 for everything else, whatever the bytes hold; `event` and `device` then keep their
  * values, and so does `severity` when the bytes are no JSON at all. Throws nothing.
+ * `reason`, when one is given, then receives why, in words for a person.
  */
 int checkRedfishData(std::span<const std::uint8_t> record, std::int32_t& event, char*& device,
-                     std::uint32_t& severity);
+                     std::uint32_t& severity, std::string* reason = nullptr);
