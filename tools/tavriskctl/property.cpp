@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/tavriskctl/property.hpp"
+
+#include "tools/tavriskctl/connection.hpp"
+#include "tools/tavriskctl/exit.hpp"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <optional>
+#include <string_view>
+
+namespace tavrisk::ctl {
+namespace {
+
+struct PropertyRow {
+    std::string_view name;
+    char type;
+};
+constexpr std::array propertyRows{
+    PropertyRow{"SystemLEDSetting", 's'},           PropertyRow{"RetentionSizeInMB", 'y'},
+    PropertyRow{"RetentionIntervalInMinutes", 'y'}, PropertyRow{"WUXDataLocation", 's'},
+    PropertyRow{"WUXDataCacheLocation", 's'},
+};
+
+std::uint8_t parseByte(const std::string& property, const std::string& text) {
+    std::uint8_t value = 0;
+    const auto* end = text.data() + text.size();
+    const auto [stopped, error] = std::from_chars(text.data(), end, value);
+    if (error != std::errc{} || stopped != end) {
+        throw Failure{Exit::usage, property + " takes a number from 0 to 255, not '" + text + "'"};
+    }
+    return value;
+}
+
+std::optional<PropertyValue> readVariant(sd_bus_message* message) {
+    const char* contents = nullptr;
+    check(sd_bus_message_peek_type(message, nullptr, &contents));
+    const std::string_view type{contents != nullptr ? contents : ""};
+    if (type == "s") {
+        const char* text = nullptr;
+        check(sd_bus_message_read(message, "v", "s", &text));
+        return text;
+    }
+    if (type == "y") {
+        std::uint8_t number = 0;
+        check(sd_bus_message_read(message, "v", "y", &number));
+        return number;
+    }
+    check(sd_bus_message_skip(message, "v"));
+    return std::nullopt;
+}
+
+} // namespace
+
+Property parseProperty(const std::string& name, const std::string& value) {
+    const auto* row = std::find_if(propertyRows.begin(), propertyRows.end(),
+                                   [&](const PropertyRow& known) { return known.name == name; });
+    if (row == propertyRows.end()) {
+        throw Failure{Exit::usage, "there is no property '" + name + "'"};
+    }
+    if (row->type == 'y') {
+        return {name, parseByte(name, value)};
+    }
+    return {name, value};
+}
+
+std::vector<Property> readProperties(sd_bus_message* message) {
+    std::vector<Property> properties;
+    check(sd_bus_message_enter_container(message, 'a', "{sv}"));
+    for (;;) {
+        const int entered = sd_bus_message_enter_container(message, 'e', "sv");
+        check(entered);
+        if (entered == 0) {
+            break;
+        }
+        const char* name = nullptr;
+        check(sd_bus_message_read_basic(message, 's', &name));
+        if (auto value = readVariant(message)) {
+            properties.emplace_back(name, std::move(*value));
+        }
+        check(sd_bus_message_exit_container(message));
+    }
+    check(sd_bus_message_exit_container(message));
+    return properties;
+}
+
+std::string toText(const PropertyValue& value) {
+    const auto* text = std::get_if<std::string>(&value);
+    return text != nullptr ? *text : std::to_string(std::get<std::uint8_t>(value));
+}
+
+Json::Value toJson(const PropertyValue& value) {
+    const auto* text = std::get_if<std::string>(&value);
+    return text != nullptr ? Json::Value{*text} : Json::Value{std::get<std::uint8_t>(value)};
+}
+
+} // namespace tavrisk::ctl

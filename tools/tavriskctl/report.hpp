@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "tools/tavriskctl/options.hpp"
+
+#include <json/value.h>
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace tavrisk::ctl {
+
+/** `text` fit for a terminal: control characters, bytes that are no UTF-8 and characters that
+ *  change the direction of writing stand as "\xNN". */
+std::string printable(std::string_view text);
+
+/** Writes the object as one line of ASCII to standard output. */
+void printJson(const Json::Value& object);
+
+/** Tells why a whole command came to nothing. */
+void reportFailure(const Options& options, const Failure& failure);
+
+/** What came of one request. */
+struct Outcome {
+    Exit status = Exit::accepted;
+    /** One sentence, without the subject. */
+    std::string sentence;
+    /** What else there is to say, as members of the JSON object. */
+    Json::Value details{Json::objectValue};
+};
+
+/**
+ * Tells the outcomes of a command's requests one by one, as text (accepted to standard output, all
+ * others to standard error) or as one JSON object each. With several requests and a terminal,
+ * accepted ones only move the progress on, and a sum stands at the end.
+ */
+class Report {
+public:
+    /** `requests` is their number when their progress is to be shown. */
+    explicit Report(const Options& options, std::size_t requests = 1);
+
+    /** Makes a request and tells its outcome; a Failure is one. `about` are the members that the
+     *  JSON object has in any case. */
+    void tell(const std::string& subject, const Json::Value& about,
+              const std::function<Outcome()>& request);
+
+    [[nodiscard]] Exit worst() const noexcept { return worst_; }
+
+    /** Prints the sum, if one is due; the worst status of all. */
+    Exit finish();
+
+private:
+    void showProgress(const std::string& subject);
+    void print(const std::string& subject, const Outcome& outcome) const;
+    void clearProgress() const;
+
+    bool json_;
+    std::string command_;
+    std::size_t requests_;
+    bool progress_;
+    std::size_t begun_ = 0;
+    std::size_t accepted_ = 0;
+    Exit worst_ = Exit::accepted;
+};
+
+} // namespace tavrisk::ctl
