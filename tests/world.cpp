@@ -29,6 +29,7 @@ constexpr auto busConfiguration = R"(
   <listen>unix:path=/run/test-bus</listen>
   <auth>EXTERNAL</auth>
   <policy context="default">
+    <allow user="*"/>
     <allow send_destination="*" eavesdrop="true"/>
     <allow eavesdrop="true"/>
     <allow own="*"/>

@@ -1,0 +1,150 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/world.hpp"
+
+#include <json/reader.h>
+#include <json/value.h>
+
+#include <algorithm>
+#include <csignal>
+#include <sstream>
+
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+
+namespace {
+
+/** The client with these arguments and redirections, its output kept in /run/out. */
+std::unique_ptr<Process> launch(const std::string& arguments) {
+    return std::make_unique<Process>(Lines{"sh", "-c",
+                                           "cd /run; exec >out 2>&1; cd $TAVRISK_SOURCE/samples; "
+                                           "exec $AS $TAVRISK_CTL --bus=unix:path=/run/test-bus " +
+                                               arguments});
+}
+
+struct Case {
+    const char* arguments;
+    int status;
+    /** All lines, of the last one only the beginning. A hint at the help follows status 2. */
+    std::string output;
+};
+
+void expectAll(const std::vector<Case>& cases) {
+    for (const auto& [arguments, status, expected] : cases) {
+        SCOPED_TRACE(arguments);
+        EXPECT_EQ(launch(arguments)->wait(), status);
+        const auto output = readFile("/run/out");
+        EXPECT_THAT(output, StartsWith(expected));
+        EXPECT_EQ(std::count(output.begin(), output.end(), '\n'),
+                  std::count(expected.begin(), expected.end(), '\n') + (status == 2 ? 2 : 1));
+    }
+}
+
+/** The objects that the client prints, one per line. */
+std::vector<Json::Value> objects(const std::string& arguments) {
+    launch("--json " + arguments)->wait();
+    std::vector<Json::Value> result;
+    std::istringstream output{readFile("/run/out")};
+    for (std::string line; std::getline(output, line);) {
+        EXPECT_TRUE(Json::Reader{}.parse(line, result.emplace_back())) << line;
+    }
+    return result;
+}
+
+using Tavriskctl = World;
+
+TEST_F(Tavriskctl, SaysInOneSentenceWhatBecameOfEachRequest) {
+    startDaemon();
+    writeFile("/run/e", R"({"EventType":"Event"})");
+    writeFile("/run/empty", "");
+    writeFile("/run/33M", std::string(33U << 20U, ' '));
+    expectAll({
+        {"log - 2>/dev/null </run/e", 0, "standard input: accepted"},
+        {"log /run/none /run/e", 1,
+         "tavriskctl: /run/none: cannot be read: No such file or directory\n/run/e: accepted"},
+        {"log /run/33M /run/e", 1,
+         "tavriskctl: /run/33M: the bus closed the connection on this message of 34603008 bytes, "
+         "as it does with one that is larger than it lets through\n/run/e: accepted"},
+        {"log - </dev/zero", 1, "tavriskctl: standard input: is larger than 64 MiB"},
+        {"log /run/empty", 1, "tavriskctl: /run/empty: refused: empty input"},
+        {"log /run", 1, "tavriskctl: /run: cannot be read: Is a directory"},
+        {R"(log $(printf '\033[m\302\233\377'))", 1, R"(tavriskctl: \x1b[m\xc2\x9b\xff: cannot)"},
+        {"cper cper/truncated.cper", 1, "tavriskctl: cper/truncated.cper: refused: the digest"},
+        {"save kept /run/e", 0, "/run/e: accepted"},
+        {"save a/b /run/e", 1, "tavriskctl: /run/e: refused: the name is empty or the file"},
+        {"set RetentionSizeInMB 255", 0, "RetentionSizeInMB: set to 255"},
+        {"set RetentionSizeInMB 256", 2, "tavriskctl: RetentionSizeInMB takes a number from 0 to"},
+        {"set WUXDataLocation /", 1, "tavriskctl: WUXDataLocation: the property is read-only"},
+        {"clear", 1, "tavriskctl: data cache: saving failed, nothing was cleared"},
+        {"launch", 2, "tavriskctl: there is no command 'launch'"},
+        {"--timeout=-1 status", 2, "tavriskctl: --timeout takes a number of seconds, not '-1'"},
+        {"status >/dev/full", 1, "tavriskctl: the output could not be written"},
+    });
+    EXPECT_EQ(readFile("/run/hmc/dump/kept"), readFile("/run/e"));
+    setenv("AS", "setpriv --reuid=nobody --clear-groups", 1);
+    expectAll({{"set SystemLEDSetting x", 1, "tavriskctl: SystemLEDSetting: permission denied"}});
+    unsetenv("AS");
+}
+
+TEST_F(Tavriskctl, ExitsWith3WhenNobodyAnswers) {
+    expectAll({{"status", 3, "tavriskctl: the daemon is not running: nobody owns"},
+               {"clear", 3, "tavriskctl: data cache: the daemon is not running"}});
+    startDaemon();
+    daemon->kill(SIGSTOP);
+    expectAll({{"--timeout=0.1 log README.md empty", 3,
+                "tavriskctl: README.md: no reply within 0.1 s; the daemon serves one call at a "
+                "time and may still carry this one out\ntavriskctl: empty: not sent"}});
+    stopBus();
+    expectAll({{"status", 3, "tavriskctl: cannot connect to the bus: "}});
+}
+
+TEST_F(Tavriskctl, PrintsOneJsonObjectPerLine) {
+    startDaemon();
+    const auto logged = objects("log README.md none");
+    EXPECT_EQ(logged.at(0)["result"], "accepted");
+    EXPECT_EQ(logged.at(0)["digest"].asString().size(), 128);
+    EXPECT_EQ(logged.at(1)["result"], "refused");
+
+    const auto status = objects("status").at(0);
+    EXPECT_EQ(status["owner"]["pid"], daemon->pid());
+    EXPECT_EQ(status["properties"]["RetentionSizeInMB"], 10);
+    EXPECT_EQ(status["directories"][0]["files"], 1);
+    EXPECT_EQ(status["directories"][0]["bytes"], logged.at(0)["bytes"]);
+    EXPECT_EQ(objects("--bus=unix:path=/none clear").at(0)["result"], "unreachable");
+}
+
+TEST_F(Tavriskctl, MonitorFollowsPropertiesAndNameUntilNobodyListens) {
+    const auto shows = [](const std::string& text) {
+        return eventually([&] { return readFile("/run/out").find(text) != std::string::npos; });
+    };
+    const auto monitor = launch("monitor");
+    EXPECT_TRUE(shows("the daemon is not there"));
+    startDaemon();
+    EXPECT_TRUE(shows("the daemon has appeared"));
+    Peer{}.set("SystemLEDSetting", "s", "\x1b[1m");
+    EXPECT_TRUE(shows(R"(SystemLEDSetting = \x1b[1m)"));
+    daemon.reset();
+    EXPECT_TRUE(shows("the daemon has vanished"));
+    monitor->kill(SIGINT);
+    EXPECT_EQ(monitor->wait(), 0);
+    expectAll({{"monitor | head -n 1 | cut -c 22-", 0, "the daemon is not there"}});
+}
+
+TEST_F(Tavriskctl, ExplainsWithoutADaemonAndWithoutATrace) {
+    stopBus();
+    writeFile("/run/e", R"({"EventType":"Event","Severity":{}})");
+    const std::string said = "standard input: ";
+    expectAll({
+        {"explain - <events/event5-above-upper-caution.json", 0,
+         said + "reported as HMC0005, warning, device \"GPU_3_TEMP_0\": The GPU_3_TEMP_0 upper"},
+        {"explain - <events/malformed-cut-off.json", 0, said + "not reported: it is no JSON: at "},
+        {"explain - <events/not-reported-severity-ok.json", 0, said + "not reported: neither its "},
+        {"explain - </run/e", 0, said + "not reported: its Severity is of the wrong type"},
+        {"explain - <cper/memory-error-four-bytes-ahead.cper", 0,
+         said +
+             "CPER of 11_15_2026_122530, Warning, section type 00000000-0000-0000-0000-00000000"},
+        {"explain - <cper/truncated.cper", 1, "tavriskctl: " + said + "refused: it is too short"},
+    });
+    EXPECT_THAT(syslog(), IsEmpty());
+}
+
+} // namespace
