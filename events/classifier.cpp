@@ -134,13 +134,8 @@ const char* classify(const Json::Value& record, std::int32_t& event, char*& devi
 
 } // namespace
 
-int checkRedfishData(std::span<const std::uint8_t> record, std::int32_t& event, char*& device,
-                     std::uint32_t& severity, std::string* reason) {
-    const auto tell = [reason](const auto& why) {
-        if (reason != nullptr) {
-            *reason = why();
-        }
-    };
+int tavrisk::explainRedfishData(std::span<const std::uint8_t> record, std::int32_t& event,
+                                char*& device, std::uint32_t& severity, std::string& reason) {
     // jsoncpp throws its own exceptions for members of the wrong type and standard ones for
     // nesting deeper than it accepts. The record comes from a peer: none may end the daemon.
     try {
@@ -149,16 +144,19 @@ int checkRedfishData(std::span<const std::uint8_t> record, std::int32_t& event, 
         Json::Value root;
         if (reader.parse(begin, begin + record.size(), root, true)) {
             const char* why = classify(root, event, device, severity);
-            if (why == nullptr) {
-                return 1;
-            }
-            tell([why] { return why; });
-            return 0;
+            reason = why != nullptr ? why : "";
+            return why == nullptr ? 1 : 0;
         }
-        tell([&reader] { return whyNotParsed(reader); });
+        reason = whyNotParsed(reader);
     } catch (const std::exception& e) { // The same line as for text that is no JSON.
-        tell([&e] { return e.what(); });
+        reason = e.what();
     }
     diag_log(8, 4, "%s: Failed parsing JSON", logName);
     return 0;
+}
+
+int checkRedfishData(std::span<const std::uint8_t> record, std::int32_t& event, char*& device,
+                     std::uint32_t& severity) {
+    std::string reason;
+    return tavrisk::explainRedfishData(record, event, device, severity, reason);
 }

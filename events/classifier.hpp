@@ -19,8 +19,15 @@ constexpr std::uint32_t severityOther = 3;
  * releases with `free`, and `severity` to a severity code.
  *
  * Returns 0 for everything else, whatever the bytes hold; `event` and `device` then keep their
- * values, and so does `severity` when the bytes are no JSON at all. Throws nothing.
- * `reason`, when one is given, then receives why, in words for a person.
+ * values, and so does `severity` when the bytes are no JSON at all.
  */
 int checkRedfishData(std::span<const std::uint8_t> record, std::int32_t& event, char*& device,
-                     std::uint32_t& severity, std::string* reason = nullptr);
+                     std::uint32_t& severity);
+
+namespace tavrisk {
+
+/** The same, and with a result of 0 says why in `reason`, in words for a person. */
+int explainRedfishData(std::span<const std::uint8_t> record, std::int32_t& event, char*& device,
+                       std::uint32_t& severity, std::string& reason);
+
+} // namespace tavrisk

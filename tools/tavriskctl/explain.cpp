@@ -35,7 +35,7 @@ Outcome explainEvent(std::span<const std::uint8_t> record) {
     char* deviceText = nullptr;
     std::uint32_t severity = severityOther;
     std::string reason;
-    const int reportable = checkRedfishData(record, event, deviceText, severity, &reason);
+    const int reportable = explainRedfishData(record, event, deviceText, severity, reason);
     const std::unique_ptr<char, Free> ownedDevice{deviceText};
 
     Outcome outcome;
