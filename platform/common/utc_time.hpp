@@ -15,7 +15,8 @@ class UtcTime {
 public:
     // Calendar arithmetic of our own instead of gmtime_r: that takes a lock inside the C library,
     // and a child forked while another thread holds it would wait for ever in syslog().
-    explicit UtcTime(std::chrono::system_clock::time_point time) {
+    template <typename Duration>
+    explicit UtcTime(std::chrono::sys_time<Duration> time) {
         using namespace std::chrono;
         const auto day = floor<days>(time);
         const year_month_day date{day};

@@ -97,6 +97,17 @@ Connection openPatiently(const std::string& path) {
     }
 }
 
+/** Wakes readers that watch the directory. What a commit writes can be seen there before its
+ * entries can, so a file is closed once more afterwards. SQLite has its locks on the other two
+ * files: they would be lost. */
+void announce(const Connection& connection) {
+    const char* const log = sqlite3_filename_wal(sqlite3_db_filename(connection.get(), "main"));
+    const int opened = open(log, O_WRONLY | O_CLOEXEC);
+    if (opened >= 0) {
+        close(opened);
+    }
+}
+
 } // namespace
 
 const std::int64_t schemaVersion = schemaSteps.size();
@@ -160,6 +171,7 @@ void Store::append(std::span<const Entry> entries, std::int64_t maxEntries) {
         count.step();
     }
     transaction.commit();
+    announce(connection_);
 }
 
 void Store::clear() {
@@ -170,6 +182,7 @@ void Store::clear() {
     note.bind(1, now.text());
     note.step();
     transaction.commit();
+    announce(connection_);
 }
 
 } // namespace tavrisk::zel

@@ -41,7 +41,9 @@ extern const std::int64_t schemaVersion;
  *  database of something else and for one whose pages do not hold together. */
 std::int64_t checkedSchemaVersion(const Connection& connection);
 
-/** A database opened for writing, by one thread at a time; other processes may have it open too. */
+/** A database opened for writing, by one thread at a time; other processes may have it open too.
+ *  After each change, the write-ahead log in the database's directory is opened and closed once
+ *  (IN_CLOSE_WRITE of inotify): whoever waits for entries can see them then. */
 class Store {
 public:
     /** Makes what is missing, up to the directories, and brings an older layout up to date. Raises

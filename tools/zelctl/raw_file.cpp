@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/zelctl/raw_file.hpp"
+
+#include "events/catalogue.hpp"
+#include "events/classifier.hpp"
+#include "intake/data_file.hpp"
+#include "platform/mosslink/json_text.hpp"
+#include "tools/zelctl/time_text.hpp"
+
+#include <charconv>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <span>
+
+namespace tavrisk::zelctl {
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::seconds;
+
+// A submission may have waited for the database.
+constexpr seconds longestDelay{60};
+
+using Bytes = std::vector<std::uint8_t>;
+
+struct Free {
+    void operator()(char* text) const noexcept { std::free(text); }
+};
+
+/** Where raw data is kept, how its files tell their time, and what is classified of them. */
+struct Place {
+    fs::path directory;
+    std::optional<std::int64_t> (*secondsOf)(const fs::path& file);
+    std::optional<Bytes> (*toEventRecord)(Bytes raw);
+};
+
+std::optional<std::int64_t> secondsInName(const fs::path& file) {
+    const auto name = file.filename().string();
+    const auto dot = name.rfind('.');
+    std::int64_t value = 0;
+    if (dot == std::string::npos ||
+        std::from_chars(name.data() + dot + 1, name.data() + name.size(), value).ptr !=
+            name.data() + name.size()) {
+        return {};
+    }
+    return value;
+}
+
+std::optional<Bytes> asItIs(Bytes raw) {
+    return raw;
+}
+
+bool wouldMake(const LogEntry& entry, std::span<const std::uint8_t> record) {
+    std::int32_t event = 0;
+    std::uint32_t severity = 0;
+    char* text = nullptr;
+    if (checkRedfishData(record, event, text, severity) == 0) {
+        return false;
+    }
+    const std::unique_ptr<char, Free> device{text};
+    const auto* const message = findMessage(event);
+    return device && message != nullptr && message->messageId == entry.messageId &&
+           std::int64_t{severity} == entry.severityCode &&
+           zel::toUtf8(device.get()) == entry.device();
+}
+
+std::optional<Bytes> readFile(const fs::path& file) {
+    std::ifstream stream{file, std::ios::binary};
+    if (!stream) {
+        return {};
+    }
+    return Bytes{std::istreambuf_iterator{stream}, {}};
+}
+
+class Search {
+public:
+    explicit Search(const LogEntry& entry) : entry_{entry} {
+        if (const auto time = fromLogTime(entry.time)) {
+            entrySeconds_ = std::chrono::floor<seconds>(time->time_since_epoch());
+        }
+    }
+
+    void in(const Place& place) {
+        std::error_code unreadable;
+        for (const auto& file : fs::directory_iterator{place.directory, unreadable}) {
+            if (const auto kept = place.secondsOf(file.path())) {
+                consider(place, file, entrySeconds_ - seconds{*kept});
+            }
+        }
+    }
+
+    std::vector<std::string> closest() const { return closest_; }
+
+private:
+    void consider(const Place& place, const fs::directory_entry& file, seconds delay) {
+        std::error_code gone;
+        if (delay < seconds{0} || delay > shortestDelay_ || !file.is_regular_file(gone)) {
+            return;
+        }
+        auto raw = readFile(file.path());
+        const auto record = raw ? place.toEventRecord(std::move(*raw)) : std::nullopt;
+        if (!record || !wouldMake(entry_, *record)) {
+            return;
+        }
+        if (delay < shortestDelay_) {
+            closest_.clear();
+            shortestDelay_ = delay;
+        }
+        closest_.push_back(file.path().string());
+    }
+
+    const LogEntry& entry_;
+    seconds entrySeconds_{0};
+    seconds shortestDelay_ = longestDelay;
+    std::vector<std::string> closest_;
+};
+
+} // namespace
+
+std::vector<std::string> findRawFiles(const LogEntry& entry) {
+    Search search{entry};
+    search.in({dataRoot, secondsInName, asItIs});
+    return search.closest();
+}
+
+} // namespace tavrisk::zelctl

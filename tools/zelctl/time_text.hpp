@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tavrisk::zelctl {
+
+/** Not the clock's own type: that ends in the year 2262, and people may write any. */
+using TimePoint = std::chrono::sys_time<std::chrono::milliseconds>;
+
+TimePoint now();
+
+/** The event log's text ("2025-01-31T23:59:59.999Z") of a time that a person has written: a date
+ *  with or without a time of day, local unless it says otherwise; "now"; or a span before `now`,
+ *  such as "-1h30m". Nothing for any other text. */
+std::optional<std::string> parseTime(std::string_view text, TimePoint now);
+
+/** The time behind one of the event log's texts; nothing when it is none. */
+std::optional<TimePoint> fromLogTime(std::string_view text);
+
+/** In local time; `format` is one of strftime's. */
+std::string localTime(TimePoint time, const char* format = "%F %T");
+
+} // namespace tavrisk::zelctl
