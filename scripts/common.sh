@@ -52,6 +52,7 @@ build() {
   if [ ! -f "$directory/build.ninja" ]; then
     meson setup "$directory" "$root" "$@" >"$log" 2>&1 || { cat "$log" >&2 && die "configuring failed"; }
   fi
+  echo "Building in build/${directory##*/}"
   ninja -C "$directory" >"$log" 2>&1 || { cat "$log" >&2 && die "building failed"; }
 }
 

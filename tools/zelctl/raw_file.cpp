@@ -3,8 +3,8 @@
 
 #include "events/catalogue.hpp"
 #include "events/classifier.hpp"
-#include "intake/data_file.hpp"
 #include "platform/mosslink/json_text.hpp"
+#include "storage/data_tree.hpp"
 #include "tools/zelctl/time_text.hpp"
 
 #include <charconv>
