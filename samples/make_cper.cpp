@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -47,7 +46,7 @@ public:
         return *this;
     }
 
-    const std::string& str() const { return bytes_; }
+    [[nodiscard]] const std::string& str() const { return bytes_; }
 
 private:
     Bytes& number(std::uint64_t value, std::size_t size) {
