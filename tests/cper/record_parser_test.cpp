@@ -20,12 +20,13 @@ Bytes record(const std::string& ahead, const std::string& revision, const std::s
 TEST_F(RecordParser, TellsAndSummarisesUnusualRecords) {
     const std::string line = "log 5 349 nvCperParse: ";
     const auto section = line + "Prsing data offset 0, len 0 ,sc ";
-    const auto type = ", temp 00000000000000000000000000000000";
-    struct {
+    const std::string type = ", temp 00000000000000000000000000000000";
+    struct Case {
         Bytes record;
         Lines lines;
         std::string timestamp;
-    } const cases[] = {
+    };
+    const std::vector<Case> cases{
         {record("", "\x01\x01", "\x02\x01"),
          {line + "43 50 45 52", line + "Parsing data R \x01\x01,sc \x02\x01, sig CPER",
           section + "12" + type},
@@ -49,8 +50,6 @@ TEST_F(RecordParser, TellsAndSummarisesUnusualRecords) {
         EXPECT_EQ(nvCperParse(c.record, summary), 0);
         EXPECT_EQ(recorded(), c.lines);
         EXPECT_EQ(summary["Timestamp"], c.timestamp);
-        EXPECT_EQ(summary["MessageSeverity"], "Warning");
-        EXPECT_EQ(summary.size(), 6U);
     }
 }
 

@@ -25,9 +25,9 @@ protected:
 TEST_F(Samples, BecomeWhatTheTranscriptTells) {
     stopClock(1'700'000'000);
     startDaemon();
-    const std::string source = std::getenv("TAVRISK_SOURCE");
-    const auto transcript = readFile(source + "/tests/samples/samples.transcript");
-    for (const auto& entry : std::filesystem::recursive_directory_iterator{source + "/samples"}) {
+    const auto source = std::getenv("TAVRISK_SOURCE") + std::string{"/"};
+    const auto transcript = readFile(source + "tests/samples/samples.transcript");
+    for (const auto& entry : std::filesystem::recursive_directory_iterator{source + "samples"}) {
         const auto name = entry.path().filename().string();
         const bool record = name.ends_with(".cper");
         if (!record && !name.ends_with(".json")) {
