@@ -145,7 +145,7 @@ Peer::Peer() {
 }
 
 std::optional<int> Peer::send(sd_bus_message* message) {
-    sd_bus_error failed = SD_BUS_ERROR_NULL;
+    sd_bus_error failed{};
     sd_bus_message* reply = nullptr;
     std::int32_t result = 0;
     const bool good = sd_bus_call(bus(), message, 1'000'000, &failed, &reply) >= 0 &&

@@ -23,7 +23,7 @@ struct internal_exception : public exception {};
 class SdBusError final : public internal_exception {
 public:
     SdBusError(int error, const char* prefix) : error_{error} {
-        sd_bus_error text = SD_BUS_ERROR_NULL;
+        sd_bus_error text{};
         sd_bus_error_set_errno(&text, error);
         name_ = text.name != nullptr ? text.name : SD_BUS_ERROR_FAILED;
         const char* message = text.message != nullptr ? text.message : std::strerror(error);
