@@ -94,7 +94,7 @@ TEST_F(Tavriskctl, ExitsWith3WhenNobodyAnswers) {
                 "tavriskctl: README.md: no reply within 0.1 s; the daemon serves one call at a "
                 "time and may still carry this one out\ntavriskctl: empty: not sent"}});
     stopBus();
-    expectAll({{"status", 3, "tavriskctl: cannot connect to the bus: "}});
+    expectAll({{"status", 3, "tavriskctl: cannot connect to the bus at 'unix:path=/run/test-"}});
 }
 
 TEST_F(Tavriskctl, PrintsOneJsonObjectPerLine) {

@@ -39,10 +39,14 @@ constexpr std::array meanings{
     Meaning{SD_BUS_ERROR_NAME_HAS_NO_OWNER, Exit::unreachable, "the daemon is not running", false},
     Meaning{"org.freedesktop.DBus.Error.Spawn.", Exit::unreachable,
             "the bus could not start the daemon", true},
+    Meaning{"org.freedesktop.DBus.Error.TimedOut", Exit::unreachable,
+            "the bus could not start the daemon", true},
     Meaning{SD_BUS_ERROR_NO_REPLY, Exit::unreachable,
             "the daemon went away or was cut off before it replied", false},
     Meaning{SD_BUS_ERROR_UNKNOWN_OBJECT, Exit::unreachable,
-            "the daemon is there but does not serve its object: its start-up has failed", false},
+            "who owns the name does not serve the daemon's object: the daemon's start-up has "
+            "failed, or it is another program",
+            false},
     Meaning{SD_BUS_ERROR_UNKNOWN_INTERFACE, Exit::unreachable,
             "who answers there is no daemon of this interface", true},
     Meaning{SD_BUS_ERROR_UNKNOWN_METHOD, Exit::unreachable,
@@ -64,8 +68,6 @@ Failure noReplyWithin(std::chrono::microseconds timeout) {
 
 [[noreturn]] void fail(int result, const sd_bus_error& error, std::chrono::microseconds timeout) {
     switch (result) {
-    case -ETIMEDOUT:
-        throw noReplyWithin(timeout);
     case -ECONNRESET:
     case -ENOTCONN:
     case -EPIPE:
@@ -77,6 +79,9 @@ Failure noReplyWithin(std::chrono::microseconds timeout) {
         throw Failure{Exit::refused, std::strerror(-result)};
     }
     const std::string_view name{error.name};
+    if (name == SD_BUS_ERROR_TIMEOUT) {
+        throw noReplyWithin(timeout);
+    }
     const Meaning* meaning =
         std::find_if(meanings.begin(), meanings.end(),
                      [name](const Meaning& row) { return name.starts_with(row.errorName); });
@@ -112,7 +117,8 @@ int open(sd_bus** opened, const std::string& where) {
 int waitUntilReady(sd_bus* bus, std::chrono::microseconds timeout) {
     using Clock = std::chrono::steady_clock;
     const auto deadline = Clock::now() + timeout;
-    for (int ready = 0; ready == 0; ready = sd_bus_is_ready(bus)) {
+    int ready = 0;
+    for (; ready == 0; ready = sd_bus_is_ready(bus)) {
         const int processed = sd_bus_process(bus, nullptr);
         if (processed < 0) {
             return processed;
@@ -130,16 +136,16 @@ int waitUntilReady(sd_bus* bus, std::chrono::microseconds timeout) {
             return waited;
         }
     }
-    return 0;
+    return ready;
 }
 
-std::string whyNotConnected(int result, const std::string& where) {
+std::string whyNotConnected(int result) {
     switch (result) {
     case -ENOMEDIUM:
         return "its address is not known: neither DBUS_SESSION_BUS_ADDRESS nor XDG_RUNTIME_DIR is "
                "set";
     case -EINVAL:
-        return "\"" + where + "\" is not a bus address";
+        return "that is no complete bus address";
     default:
         return std::strerror(-result);
     }
@@ -160,10 +166,14 @@ Bus connect(const std::string& where, std::chrono::microseconds timeout) {
     if (result >= 0) {
         result = waitUntilReady(bus.get(), timeout);
     }
+    if (result >= 0) {
+        result = sd_bus_set_method_call_timeout(bus.get(), microseconds(timeout));
+    }
     if (result < 0) {
         const bool named = where == "system" || where == "session";
-        throw Failure{Exit::unreachable, "cannot connect to the " + (named ? where + " " : "") +
-                                             "bus: " + whyNotConnected(result, where)};
+        throw Failure{Exit::unreachable, "cannot connect to the " +
+                                             (named ? where + " bus" : "bus at '" + where + "'") +
+                                             ": " + whyNotConnected(result)};
     }
     return bus;
 }

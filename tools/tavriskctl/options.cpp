@@ -7,6 +7,7 @@
 #include <getopt.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <iostream>
 #include <map>
@@ -61,7 +62,7 @@ std::chrono::microseconds parseTimeout(const std::string& text) {
     if (text.empty() || *end != '\0' || !(seconds >= 0 && seconds <= aYear)) {
         failUsage("--timeout takes a number of seconds, not '" + text + "'");
     }
-    return std::chrono::microseconds{static_cast<std::int64_t>(seconds * 1e6)};
+    return std::chrono::microseconds{static_cast<std::int64_t>(std::ceil(seconds * 1e6))};
 }
 
 void apply(const Given& given, const CommandRow& command, Options& options) {
