@@ -57,7 +57,7 @@ private:
         }
         reader_.reset();
         if (access(path_.c_str(), F_OK) == 0) {
-            reader_.emplace(path_);
+            reader_ = Reader::open(path_);
         } else if (!position_) {
             position_ = 0; // whatever will be in a log that is yet to come, is new
         }

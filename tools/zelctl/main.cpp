@@ -40,7 +40,7 @@ bool isYetToCome(const std::string& path, const Options& options) {
 }
 
 void clear(const std::string& path) {
-    const auto entries = Reader{path}.health().entries;
+    const auto entries = Reader::open(path).health().entries;
     zel::Store{path}.clear();
     putLine("entries removed: " + std::to_string(entries));
 }
@@ -58,7 +58,7 @@ int runCommand(const std::string& path, const Options& options) {
         empty ? putLine("there is nothing to remove") : clear(path);
         return done;
     }
-    const auto reader = empty ? std::nullopt : std::optional<Reader>{std::in_place, path};
+    const auto reader = empty ? std::nullopt : std::optional{Reader::open(path)};
     const auto* const opened = reader ? &*reader : nullptr;
     if (options.command == Command::list) {
         list(opened, options);
@@ -79,7 +79,12 @@ int run(const Options& options) {
         putLine("zelctl " TAVRISK_VERSION);
         return done;
     }
-    return runCommand(options.database.value_or(platform::zelPath), options);
+    const auto path = options.database.value_or(platform::zelPath);
+    try {
+        return runCommand(path, options);
+    } catch (const zel::SqliteError& error) {
+        throw Problem{path + ": " + error.what()};
+    }
 }
 
 int runAndReport(int argc, char** argv) {

@@ -1,11 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/zelctl/raw_file.hpp"
 
+#include "cper/record_parser.hpp"
 #include "events/catalogue.hpp"
 #include "events/classifier.hpp"
 #include "platform/mosslink/json_text.hpp"
 #include "storage/data_tree.hpp"
 #include "tools/zelctl/time_text.hpp"
+
+#include <json/value.h>
+#include <json/writer.h>
+
+#include <sys/stat.h>
 
 #include <charconv>
 #include <chrono>
@@ -51,8 +57,25 @@ std::optional<std::int64_t> secondsInName(const fs::path& file) {
     return value;
 }
 
+/** A CPER's file has the record's own time in its name, which may be any. */
+std::optional<std::int64_t> secondsOfWriting(const fs::path& file) {
+    struct stat status {};
+    return stat(file.c_str(), &status) == 0 ? std::optional{std::int64_t{status.st_mtime}}
+                                            : std::nullopt;
+}
+
 std::optional<Bytes> asItIs(Bytes raw) {
     return raw;
+}
+
+/** What the daemon classifies of a CPER. */
+std::optional<Bytes> toSummary(Bytes raw) {
+    Json::Value summary;
+    if (nvCperParse(raw, summary) != 0) {
+        return {};
+    }
+    const auto json = Json::FastWriter{}.write(summary);
+    return Bytes{json.begin(), json.end()};
 }
 
 bool wouldMake(const LogEntry& entry, std::span<const std::uint8_t> record) {
@@ -125,6 +148,7 @@ private:
 std::vector<std::string> findRawFiles(const LogEntry& entry) {
     Search search{entry};
     search.in({dataRoot, secondsInName, asItIs});
+    search.in({dataRoot + std::string{"rawCPER"}, secondsOfWriting, toSummary});
     return search.closest();
 }
 

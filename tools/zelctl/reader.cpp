@@ -29,8 +29,14 @@ using zel::Statement;
 constexpr std::chrono::seconds patience{5};
 constexpr int pageSize = 500;
 
-/** A read can meet another process that recovers the database after a crash: what a reader without
- *  the right to help must wait for is reported as "read-only". */
+/** Whether an error may come from another process that is just making, or recovering, the database:
+ *  a reader without the right to help finds files missing, or is told that it may only read. */
+bool mayPass(const SqliteError& error) {
+    const auto code = error.code();
+    return code == SQLITE_BUSY || code == SQLITE_READONLY || code == SQLITE_PROTOCOL ||
+           code == SQLITE_CANTOPEN;
+}
+
 template <typename Read>
 auto patiently(Read read) {
     const auto deadline = std::chrono::steady_clock::now() + patience;
@@ -38,10 +44,7 @@ auto patiently(Read read) {
         try {
             return read();
         } catch (const SqliteError& error) {
-            const auto code = error.code();
-            const bool passing =
-                code == SQLITE_BUSY || code == SQLITE_READONLY || code == SQLITE_PROTOCOL;
-            if (!passing || std::chrono::steady_clock::now() > deadline) {
+            if (!mayPass(error) || std::chrono::steady_clock::now() > deadline) {
                 throw;
             }
         }
@@ -73,7 +76,7 @@ bool mustBeReadAsItStands(const std::string& path) {
     return !exists(path + "-wal") && access(directory.c_str(), W_OK) != 0;
 }
 
-Connection open(const std::string& path, bool immutable) {
+Connection connect(const std::string& path, bool immutable) {
     if (access(path.c_str(), R_OK) != 0) {
         throw Problem{path + ": " + std::strerror(errno)}; // NOLINT(concurrency-mt-unsafe)
     }
@@ -82,18 +85,6 @@ Connection open(const std::string& path, bool immutable) {
                                       : Connection{path, flags};
     sqlite3_busy_timeout(connection.get(), 1000);
     return connection;
-}
-
-std::int64_t checkedVersion(const std::string& path, const Connection& connection) {
-    try {
-        return patiently([&connection] { return zel::checkedSchemaVersion(connection); });
-    } catch (const zel::Refused& refused) {
-        throw Problem{refused.reason() == zel::Refused::Reason::newer
-                          ? path + " was written by a later version of this program"
-                          : path + " is damaged, or no event log"};
-    } catch (const SqliteError& error) {
-        throw Problem{path + " cannot be read: " + error.what()};
-    }
 }
 
 /** The strings of a JSON array. Whatever else stands there counts as one argument. */
@@ -137,11 +128,24 @@ const std::string& LogEntry::device() const {
     return arguments.empty() ? none : arguments.front();
 }
 
-Reader::Reader(const std::string& path)
-    : path_{path},
-      immutable_{mustBeReadAsItStands(path)},
-      connection_{open(path, immutable_)},
-      schemaVersion_{checkedVersion(path, connection_)} {}
+Reader::Reader(const std::string& path, bool immutable)
+    : immutable_{immutable},
+      connection_{connect(path, immutable)},
+      schemaVersion_{zel::checkedSchemaVersion(connection_)} {}
+
+Reader Reader::open(const std::string& path) {
+    try {
+        return patiently([&path] { return Reader{path, mustBeReadAsItStands(path)}; });
+    } catch (const zel::Refused& refused) {
+        throw Problem{path +
+                      (refused.reason() == zel::Refused::Reason::newer
+                           ? " was written by a later version of this program"
+                           : " is damaged, or no event log") +
+                      "; it is left as it is"};
+    } catch (const SqliteError& error) {
+        throw Problem{path + " cannot be read: " + error.what()};
+    }
+}
 
 Health Reader::health() const {
     return patiently([this] {

@@ -64,7 +64,7 @@ struct Health {
 class Reader {
 public:
     /** Raises Problem when there is no database, and when it is not one this program reads. */
-    explicit Reader(const std::string& path);
+    static Reader open(const std::string& path);
 
     Health health() const;
 
@@ -85,10 +85,11 @@ public:
     bool seesNewEntries() const;
 
 private:
+    Reader(const std::string& path, bool immutable);
+
     std::vector<LogEntry> page(const Filter& filter, bool oldestFirst, std::int64_t beyond) const;
 
-    std::string path_;
-    bool immutable_ = false;
+    bool immutable_; // taken as a file that nobody writes to
     zel::Connection connection_;
     std::int64_t schemaVersion_;
 };

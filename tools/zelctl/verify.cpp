@@ -15,7 +15,7 @@ struct Findings {
 Findings check(const std::string& path) {
     Findings findings;
     try {
-        const Reader reader{path};
+        const auto reader = Reader::open(path);
         findings.problems = reader.findDamage();
         findings.entries = reader.health().entries;
     } catch (const Problem& problem) {
