@@ -2,8 +2,8 @@
 #include "events/raise_event.hpp"
 #include "platform/common/config.hpp"
 #include "platform/mosslink/sqlite.hpp"
+#include "tests/world.hpp"
 
-#include <gtest/gtest.h>
 #include <kelp.h>
 #include <mosslink.h>
 #include <whelk.h>
@@ -16,9 +16,7 @@
 #include <csignal>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <regex>
-#include <thread>
 
 namespace {
 
@@ -35,10 +33,6 @@ void emptyDirectoryOf(const std::filesystem::path& file) {
     std::filesystem::create_directories(file.parent_path());
 }
 
-std::string contents(const std::filesystem::path& path) {
-    return (std::ostringstream{} << std::ifstream{path}.rdbuf()).str();
-}
-
 int statusOfChild(void (*body)()) {
     if (fork() == 0) {
         alarm(10); // ends a child that hangs
@@ -51,31 +45,20 @@ int statusOfChild(void (*body)()) {
 }
 
 TEST(Kelp, TakesTheDaemonsBlockAndRefusesEveryOther) {
-    struct Case {
-        KelpError expected;
-        std::uint32_t value;
-        std::size_t word; // to be given the value: of the client below 4, else of the block
-        std::size_t nameLength = 7;
-    };
-    const std::vector<Case> cases{{KELP_OK, 0, 2},
-                                  {KELP_OK, 0, 2, 63},
-                                  {KELP_BAD_CLIENT_NAME, 0, 2, 64},
-                                  {KELP_BAD_CLIENT_NAME, 0, 2, 0},
-                                  {KELP_BAD_RESERVED, 1, 2},
-                                  {KELP_BAD_VERSION, 16, 3},
-                                  {KELP_BAD_RESERVED, 1, 6},
-                                  {KELP_BAD_VERSION, 18, 14},
-                                  {KELP_BAD_RESERVED, 1, 29}};
-    for (const auto& c : cases) {
-        const std::string name(c.nameLength, 'n');
+    // A 32-bit word (of the client below 4, else of the block), its value, and the client's name.
+    const std::vector<std::tuple<KelpError, std::size_t, std::uint32_t, std::string>> cases{
+        {KELP_OK, 2, 0, std::string(63, 'n')}, {KELP_BAD_CLIENT_NAME, 2, 0, std::string(64, 'n')},
+        {KELP_BAD_CLIENT_NAME, 2, 0, ""},      {KELP_BAD_RESERVED, 2, 1, "n"},
+        {KELP_BAD_VERSION, 3, 16, "n"},        {KELP_BAD_RESERVED, 6, 1, "n"},
+        {KELP_BAD_VERSION, 14, 18, "n"},       {KELP_BAD_RESERVED, 29, 1, "n"}};
+    for (const auto& [expected, word, value, name] : cases) {
         std::vector<std::uint32_t> words(4 + 26);
-        const std::pair pointers{name.c_str(), words.data()};
-        std::memcpy(words.data(), &pointers.first, sizeof(void*));
-        std::memcpy(&words[4], &pointers.second, sizeof(void*));
+        std::memcpy(words.data(), std::array{name.c_str()}.data(), sizeof(void*));
+        std::memcpy(&words[4], std::array{words.data()}.data(), sizeof(void*));
         words[3] = words[14] = 17;
-        words[c.word] = c.value;
+        words[word] = value;
         void* handle = nullptr;
-        EXPECT_EQ(c.expected, kelpc_initialize(&handle, &words[4])) << c.word << " " << name;
+        EXPECT_EQ(expected, kelpc_initialize(&handle, &words[4])) << word << name;
         EXPECT_EQ(handle != nullptr ? KELP_OK : KELP_INVALID_ARGUMENT, kelpc_destroy(handle));
     }
 }
@@ -105,33 +88,30 @@ TEST_F(Mosslink, AnAcceptedEntrySurvivesTheProcess) {
                     " abs(julianday() - julianday(time)) < 0.01)"));
 }
 
-/** Each thread submits its name, of two characters, with a digit that rises. */
-void submitFromThreads(char process) {
-    std::vector<std::jthread> threads(30);
-    for (auto& thread : threads) {
-        const std::string name{process, static_cast<char>('A' + (&thread - threads.data()))};
-        thread = std::jthread{[name] {
-            for (const auto* step : {"1", "2", "3", "4", "5", "6"}) {
-                submit(name + step);
+void submitFromThreads() {
+    for (auto& thread : std::vector<std::jthread>(30)) {
+        thread = std::jthread{[] {
+            for (int i = 0; i < 6; ++i) {
+                submit(std::to_string(gettid()) + "." + std::to_string(i));
             }
         }};
     }
 }
 
 TEST_F(Mosslink, ThreadsAndProcessesLoseNoEntryAndKeepTheirOrder) {
-    for (const char process : {'A', 'B', 'C'}) {
+    for (int process = 0; process < 3; ++process) {
         if (fork() == 0) {
             alarm(60); // ends processes that lock each other out
-            submitFromThreads(process);
+            submitFromThreads();
             _exit(0);
         }
     }
     while (wait(nullptr) > 0) {
     }
-    EXPECT_EQ("540 540 540", query("format('%d %d %d', count(*), max(sequence),"
-                                   " count(DISTINCT arguments))"));
+    EXPECT_EQ("540 540 540",
+              query("format('%d %d %d', count(*), max(sequence), count(DISTINCT arguments))"));
     EXPECT_EQ("0", query("(SELECT count(*) FROM entries a JOIN entries b"
-                         " ON substr(a.arguments, 1, 4) = substr(b.arguments, 1, 4)"
+                         " ON CAST(a.arguments ->> 0 AS INT) = CAST(b.arguments ->> 0 AS INT)"
                          " AND a.sequence < b.sequence AND a.arguments > b.arguments)"));
 }
 
@@ -177,9 +157,9 @@ TEST_F(Mosslink, RefusesADatabaseThatIsNotItsOwnAndLeavesItAsItIs) {
         emptyDirectoryOf(zelPath);
         database().execute(sql.c_str());
         std::filesystem::resize_file(zelPath, 8192);
-        const auto before = contents(zelPath);
+        const auto before = readFile(zelPath);
         EXPECT_EQ(result, submit("GPU0")) << sql;
-        EXPECT_EQ(before, contents(zelPath)) << sql;
+        EXPECT_EQ(before, readFile(zelPath)) << sql;
     }
 }
 
@@ -207,7 +187,7 @@ TEST(Whelk, WritesOneHarmlessLinePerMessage) {
     const std::regex lines{R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z 5 349 \d+/\d+ )"
                            R"(two\\nlines, \\x1b\[31mred, \\xc2\\x9b, \\xff, caf\xc3\xa9\n)"
                            R"(\d\S+Z 5 349 \d+/\d+ x{4095}\.\.\.\n)"};
-    EXPECT_TRUE(std::regex_match(contents(debugLogPath), lines)) << contents(debugLogPath);
+    EXPECT_TRUE(std::regex_match(readFile(debugLogPath), lines)) << readFile(debugLogPath);
 }
 
 TEST(Whelk, NeitherHoldsUpAForkedChildNorExceedsTheFilesSize) {
@@ -227,9 +207,8 @@ TEST(Whelk, NeitherHoldsUpAForkedChildNorExceedsTheFilesSize) {
     EXPECT_EQ(0, failures);
     threads.clear();
     // A line on its way while the file is renamed still goes into it.
-    constexpr auto limit = tavrisk::platform::debugLogMaxBytes + 20'000;
-    EXPECT_LE(contents(debugLogPath).size(), limit);
-    EXPECT_LE(contents(debugLogPath + ".1").size(), limit);
+    constexpr std::size_t limit = tavrisk::platform::debugLogMaxBytes + 20'000;
+    EXPECT_LE(std::max(readFile(debugLogPath).size(), readFile(debugLogPath + ".1").size()), limit);
 }
 
 } // namespace

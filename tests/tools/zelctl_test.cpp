@@ -1,0 +1,186 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/common/utc_time.hpp"
+#include "platform/mosslink/json_text.hpp"
+#include "platform/mosslink/zel_store.hpp"
+#include "tests/world.hpp"
+
+#include <json/json.h>
+
+#include <filesystem>
+#include <sstream>
+
+using ::testing::HasSubstr;
+
+namespace {
+
+const std::string path = tavrisk::platform::zelPath;
+const std::filesystem::path directory = std::filesystem::path{path}.parent_path();
+
+/** Runs zelctl, with its standard error among its output, and returns its exit status. */
+int run(const std::string& arguments, const std::string& with = "") {
+    return Process{{"sh", "-c", "exec >/run/out 2>&1; " + with + " $TAVRISK_ZELCTL " + arguments}}
+        .wait();
+}
+
+std::string outputOf(const std::string& arguments, const std::string& with = "") {
+    run(arguments, with);
+    return readFile("/run/out");
+}
+
+/** The sequence numbers of a command that prints entries. */
+std::string sequencesOf(const std::string& arguments) {
+    std::istringstream lines{outputOf(arguments + " --json")};
+    std::string sequences;
+    for (std::string line; std::getline(lines, line);) {
+        Json::Value object;
+        EXPECT_TRUE(Json::Reader{}.parse(line, object)) << line;
+        sequences += object["sequence"].asString() + " ";
+    }
+    return sequences;
+}
+
+void add(const std::string& time, const std::string& id, std::uint16_t severity,
+         std::string_view device) {
+    const tavrisk::zel::Entry entry{time, id, severity, tavrisk::zel::toJsonArray({&device, 1})};
+    tavrisk::zel::Store{path}.append({&entry, 1}, 1000);
+}
+
+/** Every test begins with these five. */
+class Zelctl : public ::testing::Test {
+protected:
+    Zelctl() {
+        std::filesystem::remove_all(directory);
+        add("2025-01-01T10:00:00.000Z", "HMC0001", 1, "GPU0");
+        add("2025-01-02T10:00:00.500Z", "HMC0005", 2, "GPU10");
+        add("2025-01-02T10:00:00.501Z", "HMC0002", 2, "a\x1b[2J\n\xc2\x9b\xe2\x80\xae\xff");
+        add("2025-01-03T10:00:00.000Z", "HMC0003", 3, "Fan");
+        add("2025-01-04T10:00:00.000Z", "XYZ", 9, "");
+    }
+};
+
+TEST_F(Zelctl, CombinesItsFilters) {
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {"list", "5 4 3 2 1 "},
+        {"list --reverse --limit 2", "1 2 "},
+        {"list --since 2025-01-02T10:00:00.500Z --until 2025-01-02T11:00:00.500+01:00", "2 "},
+        {"list --since '2025-01-02 10:00' --until -1h30m --severity warning -n1", "3 "},
+        {"list --device gpu1", "2 "},
+        {"list --severity other --reverse", "4 5 "},
+        {"list --after 1 --until 2025-01-03 --id hmc0002", "3 "},
+        {"follow --since 2025-01-01 --until now --severity warning --reverse", "2 3 "},
+        {"follow --after 1 --device GPU --limit 1", "2 "},
+    };
+    for (const auto& [arguments, expected] : cases) {
+        EXPECT_EQ(sequencesOf(arguments), expected) << arguments;
+    }
+}
+
+TEST_F(Zelctl, FollowsAndResumesWithoutLosingOrRepeatingAnEntry) {
+    std::vector<std::jthread> writers(3);
+    for (auto& writer : writers) {
+        writer = std::jthread{[] {
+            for (int i = 0; i < 20; ++i) {
+                add("2025-01-01T10:00:00.000Z", "HMC0001", 1, "GPU0");
+            }
+        }};
+    }
+    const auto first = sequencesOf("follow --after 0 --limit 25");
+    const auto rest = sequencesOf("follow --after 25 --limit 40");
+    EXPECT_EQ(first + rest, sequencesOf("list --reverse"));
+}
+
+TEST_F(Zelctl, ShowsHostileTextHarmlessly) {
+    EXPECT_THAT(outputOf("list"),
+                HasSubstr("3  2025-01-02 10:00:00  warning   HMC0002  A warning condition has been "
+                          "reported for a\\x1b[2J\\n\\u{9b}\\u{202e}\ufffd."));
+    for (const auto* command : {"list", "list --json", "show 3", "show 3 --json", "stats"}) {
+        const auto output = outputOf(command);
+        EXPECT_EQ(output.find('\x1b'), std::string::npos) << output;
+        EXPECT_EQ(output.find("\u202e"), std::string::npos) << output;
+    }
+}
+
+TEST_F(Zelctl, SaysWhyItCannot) {
+    const auto expect = [](const std::string& arguments, int status, const std::string& part) {
+        EXPECT_EQ(run(arguments), status) << arguments;
+        EXPECT_THAT(readFile("/run/out"), HasSubstr(part)) << arguments;
+    };
+    expect("list --db /run/none", 1, "/run/none: No such file");
+    expect("verify --db /etc/passwd", 1, "damaged, or no event log");
+    expect("show 6", 1, "no entry 6");
+    expect("clear", 2, "--yes");
+    expect("list --since yesterday", 2, "\"yesterday\" is no time");
+    expect("stats --limit 1", 2, "does not go with");
+    expect("clear --yes", 0, "5");
+    add("2025-01-01T10:00:00.000Z", "HMC0001", 1, "GPU0");
+    expect("list", 0, "6  2025");
+    tavrisk::zel::Connection{path, SQLITE_OPEN_READWRITE}.execute("PRAGMA user_version = 3");
+    for (const auto* command : {"list", "stats", "verify", "clear --yes", "follow", "show 6"}) {
+        expect(command, 1, "later version");
+    }
+    std::filesystem::remove_all(directory);
+    EXPECT_EQ(outputOf("list --json"), "");
+    expect("list", 0, "");
+}
+
+TEST_F(Zelctl, ReadsWithoutTheRightToWrite) {
+    constexpr auto unprivileged = "setpriv --bounding-set=-all --inh-caps=-all";
+    const auto expected = outputOf("list");
+    std::filesystem::permissions(directory, std::filesystem::perms{0555});
+    EXPECT_EQ(outputOf("list", unprivileged), expected);
+    tavrisk::zel::Connection{path, SQLITE_OPEN_READWRITE}.execute("PRAGMA wal_checkpoint");
+    ASSERT_FALSE(std::filesystem::exists(path + "-wal")); // gone with its last user
+    EXPECT_EQ(outputOf("list", unprivileged), expected);
+}
+
+/** Holds a value against those parts of JSON Schema that ours uses. Members that the schema does
+ * not name are not allowed. */
+bool holds(const Json::Value& value, const Json::Value& schema, const Json::Value& definitions) {
+    if (schema.isMember("$ref")) {
+        const auto name = schema["$ref"].asString().substr(std::string{"#/$defs/"}.size());
+        return holds(value, definitions[name], definitions);
+    }
+    const std::array types{"null",   "integer", "integer", "number",
+                           "string", "boolean", "array",   "object"}; // as Json::ValueType has them
+    const auto& allowed = schema["enum"];
+    bool good = schema["type"].toStyledString().find(types.at(value.type())) != std::string::npos &&
+                (allowed.isNull() || std::count(allowed.begin(), allowed.end(), value) == 1);
+    for (const auto& name : schema["required"]) {
+        good = good && (value.isNull() || value.isMember(name.asString()));
+    }
+    for (auto member = value.begin(); member != value.end(); ++member) {
+        const auto& part = value.isArray() ? schema["items"] : schema["properties"][member.name()];
+        good = good && holds(*member, part, definitions);
+    }
+    return good;
+}
+
+TEST_F(Zelctl, PrintsWhatItsSchemaPromises) {
+    const auto now = std::chrono::system_clock::now();
+    const auto seconds = std::chrono::system_clock::to_time_t(now);
+    const auto file = "/var/run/hmc/x." + std::to_string(seconds);
+    writeFile(file, R"({"EventType": "Event", "Severity": "Critical", "MessageArgs": ["GPU0"]})");
+    Json::Value schema;
+    ASSERT_TRUE(Json::Reader{}.parse(
+        readFile(std::getenv("TAVRISK_SOURCE") + std::string{"/tools/zelctl/zelctl.schema.json"}),
+        schema));
+    const auto output = [](const std::string& arguments) {
+        Json::Value value;
+        EXPECT_TRUE(Json::Reader{}.parse(outputOf(arguments + " --json"), value));
+        return value;
+    };
+    const auto expectPromised = [&](const std::string& arguments, const char* name) {
+        EXPECT_TRUE(holds(output(arguments), schema["$defs"][name], schema["$defs"])) << arguments;
+    };
+    add(std::string{tavrisk::platform::UtcTime{now}.text()}, "HMC0001", 1, "GPU0");
+    expectPromised("list -n 1", "entry");
+    expectPromised("show 3", "shownEntry");
+    expectPromised("stats", "stats");
+    EXPECT_EQ(output("show 6")["rawFiles"][0], file);
+    EXPECT_TRUE(output("show 1")["rawFiles"].empty());
+    std::filesystem::remove_all(directory);
+    expectPromised("stats", "stats");
+    expectPromised("verify", "verification");
+}
+
+} // namespace
