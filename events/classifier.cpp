@@ -132,31 +132,46 @@ const char* classify(const Json::Value& record, std::int32_t& event, char*& devi
     return nullptr;
 }
 
-} // namespace
-
-int tavrisk::explainRedfishData(std::span<const std::uint8_t> record, std::int32_t& event,
-                                char*& device, std::uint32_t& severity, std::string& reason) {
+/** What both public functions do; `reason` may be null. */
+int examine(std::span<const std::uint8_t> record, std::int32_t& event, char*& device,
+            std::uint32_t& severity, std::string* reason) {
+    const auto tell = [reason](const auto& why) {
+        if (reason != nullptr) {
+            *reason = why();
+        }
+    };
     // jsoncpp throws its own exceptions for members of the wrong type and standard ones for
     // nesting deeper than it accepts. The record comes from a peer: none may end the daemon.
     try {
         const auto* begin = reinterpret_cast<const char*>(record.data());
+        // Comments are accepted, but kept for nobody: a record of nothing else would be copied.
+        constexpr bool collectComments = false;
         Json::Reader reader;
         Json::Value root;
-        if (reader.parse(begin, begin + record.size(), root, true)) {
+        if (reader.parse(begin, begin + record.size(), root, collectComments)) {
             const char* why = classify(root, event, device, severity);
-            reason = why != nullptr ? why : "";
-            return why == nullptr ? 1 : 0;
+            if (why == nullptr) {
+                return 1;
+            }
+            tell([why] { return why; });
+            return 0;
         }
-        reason = whyNotParsed(reader);
+        tell([&reader] { return whyNotParsed(reader); });
     } catch (const std::exception& e) { // The same line as for text that is no JSON.
-        reason = e.what();
+        tell([&e] { return e.what(); });
     }
     diag_log(8, 4, "%s: Failed parsing JSON", logName);
     return 0;
 }
 
+} // namespace
+
 int checkRedfishData(std::span<const std::uint8_t> record, std::int32_t& event, char*& device,
                      std::uint32_t& severity) {
-    std::string reason;
-    return tavrisk::explainRedfishData(record, event, device, severity, reason);
+    return examine(record, event, device, severity, nullptr);
+}
+
+int tavrisk::explainRedfishData(std::span<const std::uint8_t> record, std::int32_t& event,
+                                char*& device, std::uint32_t& severity, std::string& reason) {
+    return examine(record, event, device, severity, &reason);
 }
