@@ -219,7 +219,7 @@ World::World() {
     fs::remove("/dev/log");
     syslogSocket_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     const sockaddr_un address{AF_UNIX, "/dev/log"};
-    bind(syslogSocket_, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    EXPECT_EQ(bind(syslogSocket_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     syslogReader_ = std::jthread{[this] { listen(); }};
 
     writeFile("/run/bus.conf", busConfiguration);
@@ -282,7 +282,7 @@ Lines recordedLines(const std::function<bool(pid_t)>& wanted) {
     Lines lines;
     std::ifstream file{"/run/record"};
     pid_t thread = 0;
-    for (std::string line; file >> thread && file.get() && std::getline(file, line);) {
+    for (std::string line; file >> thread && file.ignore() && std::getline(file, line);) {
         if (wanted(thread)) {
             lines.push_back(line);
         }

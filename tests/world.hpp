@@ -17,6 +17,13 @@
 #include <thread>
 #include <vector>
 
+/** Memory figures mean nothing under a sanitizer, which needs most of it for itself. */
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool sanitized = true;
+#else
+constexpr bool sanitized = false;
+#endif
+
 using Bytes = std::vector<std::uint8_t>;
 using Lines = std::vector<std::string>;
 

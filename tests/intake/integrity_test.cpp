@@ -39,7 +39,7 @@ TEST_F(Integrity, SaysWhyThereIsNoDigest) {
     EXPECT_EQ(text, nullptr);
     errno = ENOENT;
     EXPECT_EQ(validateBuffer("", {}), -1);
-    const auto invalid = "log 3 349 SignIt: Invalid parameters";
+    const auto* const invalid = "log 3 349 SignIt: Invalid parameters";
     EXPECT_THAT(
         recorded(),
         ElementsAre(invalid, invalid, invalid, invalid,

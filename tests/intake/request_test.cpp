@@ -48,7 +48,7 @@ TEST_F(Request, TakesAnEventFromTheCallToTheEventLog) {
     EXPECT_THAT(recordedWith(""),
                 ::testing::IsSupersetOf(Lines{"submit 66 1 2 HMC0005", "free", "kelpc_destroy"}));
     auto worker = recordedOnWorkers();
-    std::erase_if(worker, [](const auto& line) { return line.find("wux") != line.npos; });
+    std::erase_if(worker, [](const auto& line) { return line.find("wux") != std::string::npos; });
     EXPECT_THAT(worker,
                 ElementsAre("log 5 349 checkRedfishData:  parsing JSON",
                             "log 5 349 checkRedfishData: Entry parsing JSON",
@@ -197,6 +197,9 @@ TEST_F(Request, SubmitsEveryOneOfFourThousandPipelinedCalls) {
 }
 
 TEST_F(Request, HoldsALargeBufferTwiceAtMostAndWrongDigestsNotAtAll) {
+    if (sanitized) {
+        GTEST_SKIP();
+    }
     startDaemon();
     Peer peer;
     const auto refuse = [&](int times) {

@@ -21,7 +21,7 @@ using Daemon = World;
 /** "[main:42]" as "[main:N]": source lines differ from build to build. */
 Lines withoutSourceLines(Lines lines) {
     for (auto& line : lines) {
-        if (const auto start = line.find("[main:"); start != line.npos) {
+        if (const auto start = line.find("[main:"); start != std::string::npos) {
             line.replace(start, line.find(']') + 1 - start, "[main:N]");
         }
     }
@@ -29,7 +29,7 @@ Lines withoutSourceLines(Lines lines) {
 }
 
 void eraseAll(std::string& text, const std::string& part) {
-    for (auto at = text.find(part); at != text.npos; at = text.find(part, at)) {
+    for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at)) {
         text.erase(at, part.size());
     }
 }
@@ -138,7 +138,7 @@ TEST_F(Daemon, IntrospectsAsDocumented) {
     for (const auto* name : {"validationString", "logDataBuffer", "result"}) {
         eraseAll(documented, std::string{" name=\""} + name + "\"");
     }
-    for (auto start = documented.find("<!--"); start != documented.npos;
+    for (auto start = documented.find("<!--"); start != std::string::npos;
          start = documented.find("<!--")) {
         documented.erase(start, documented.find("-->") + 3 - start);
     }
