@@ -58,5 +58,5 @@ build() {
 
 # Says at once when private namespaces are not to be had.
 need_world() {
-  "$root/scripts/world" true || die "cannot make the private root that this runs in"
+  "$root/scripts/world" true || exit 1
 }
