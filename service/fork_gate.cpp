@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "service/fork_gate.hpp"
 
-#include <pthread.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <mutex>
@@ -14,29 +14,6 @@ constinit std::mutex oneForkAtATime;
 constinit std::atomic<int> threadsInside{0};
 constinit std::atomic<int> forkPending{0};
 
-void beforeFork() {
-    oneForkAtATime.lock();
-    forkPending.store(1);
-    for (int inside = threadsInside.load(); inside != 0; inside = threadsInside.load()) {
-        threadsInside.wait(inside);
-    }
-}
-
-void afterForkInParent() {
-    forkPending.store(0);
-    forkPending.notify_all();
-    oneForkAtATime.unlock();
-}
-
-// The child has one thread and nobody to wake.
-void afterForkInChild() {
-    forkPending.store(0);
-    oneForkAtATime.unlock();
-}
-
-[[maybe_unused]] const int registered =
-    pthread_atfork(beforeFork, afterForkInParent, afterForkInChild);
-
 void leave() {
     if (threadsInside.fetch_sub(1) == 1 && forkPending.load() != 0) {
         threadsInside.notify_all();
@@ -45,6 +22,8 @@ void leave() {
 
 } // namespace
 
+// A thread first counts itself in and then looks for a fork; a fork first announces itself and then
+// looks for threads. With sequentially consistent atomics one of the two sees the other.
 ForkGate::Pass::Pass() {
     for (;;) {
         forkPending.wait(1);
@@ -58,6 +37,23 @@ ForkGate::Pass::Pass() {
 
 ForkGate::Pass::~Pass() {
     leave();
+}
+
+pid_t ForkGate::fork() {
+    const std::lock_guard lock{oneForkAtATime};
+    forkPending.store(1);
+    for (int inside = threadsInside.load(); inside != 0; inside = threadsInside.load()) {
+        threadsInside.wait(inside);
+    }
+
+    const pid_t child = ::fork();
+    if (child == 0) {
+        // A thread that counted itself in and was just about to step back is not in the child.
+        threadsInside.store(0);
+    }
+    forkPending.store(0);
+    forkPending.notify_all();
+    return child;
 }
 
 } // namespace tavrisk
