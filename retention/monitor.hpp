@@ -23,4 +23,4 @@ void wuxmonitor_start(RetentionSettings settings);
 
 /** The monitor itself: runs the retention script over the data directories, sleeps for the
  *  configured period, and does so again. Never returns. */
-void wuxmonitor_thread(RetentionSettings settings);
+[[noreturn]] void wuxmonitor_thread(const RetentionSettings& settings);
