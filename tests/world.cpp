@@ -17,6 +17,7 @@
 #include <fstream>
 #include <iomanip>
 #include <iterator>
+#include <regex>
 #include <sstream>
 
 namespace fs = std::filesystem;
@@ -278,12 +279,12 @@ void World::stopClock(std::int64_t secondsSinceEpoch) {
 namespace {
 
 /** The recorded lines of the threads that `wanted` accepts. */
-Lines recordedLines(const std::function<bool(pid_t)>& wanted) {
+Lines recordedLines(const std::function<bool(pid_t, const std::string&)>& wanted) {
     Lines lines;
     std::ifstream file{"/run/record"};
     pid_t thread = 0;
     for (std::string line; file >> thread && file.ignore() && std::getline(file, line);) {
-        if (wanted(thread)) {
+        if (wanted(thread, line)) {
             lines.push_back(line);
         }
     }
@@ -293,15 +294,20 @@ Lines recordedLines(const std::function<bool(pid_t)>& wanted) {
 } // namespace
 
 Lines World::recorded() {
-    return recordedLines([](pid_t) { return true; });
+    return recordedLines([](pid_t, const auto&) { return true; });
 }
 
 Lines World::recordedOnBusThread() const {
-    return recordedLines([this](pid_t thread) { return thread == daemon->pid(); });
+    return recordedLines([this](pid_t thread, const auto&) { return thread == daemon->pid(); });
 }
 
 Lines World::recordedOnWorkers() const {
-    return recordedLines([this](pid_t thread) { return thread != daemon->pid(); });
+    return recordedLines([this](pid_t thread, const std::string& line) {
+        // The words of the retention monitor and its children.
+        static const std::regex monitor{R"(sleep |kill |\w+ \d \d+ (wuxmonitor|system_call)_.*)"};
+        return thread != daemon->pid() &&
+               !std::regex_search(line, monitor, std::regex_constants::match_continuous);
+    });
 }
 
 void World::forgetRecorded() {

@@ -101,7 +101,7 @@ protected:
 
     /** What the recording libraries saw since the start of the test, without thread numbers. */
     static Lines recorded();
-    /** The same, of the daemon's bus thread only, and of all other threads. */
+    /** The same, of the daemon's bus thread only, and of all other threads but the monitor. */
     Lines recordedOnBusThread() const;
     Lines recordedOnWorkers() const;
     static void forgetRecorded();

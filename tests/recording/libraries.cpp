@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <iterator>
+#include <mutex>
 
 // The three platform libraries in one source. The packed layout here: the strings, each with its
 // terminating zero.
@@ -74,6 +75,9 @@ int32_t kelpc_destroy(void*) {
 }
 
 void whelk_vprintf(uint8_t level, int component, const char* format, va_list args) {
+    // A vendor's library may well hold a lock, and a child find it locked.
+    static std::mutex lock;
+    const std::lock_guard guard{lock};
     std::array<char, 4096> text{};
     std::vsnprintf(text.data(), text.size(), format, args);
     record("log " + std::to_string(level) + " " + std::to_string(component) + " " + text.data());

@@ -5,8 +5,11 @@
 
 #include <dlfcn.h>
 #include <pthread.h>
+#include <sys/wait.h>
 
 #include <cerrno>
+#include <csignal>
+#include <cstdlib>
 #include <ctime>
 
 // Preloaded into the daemon: a minute passes in 60 ms, the clock can be stopped, and system calls
@@ -63,7 +66,21 @@ pid_t fork() {
         errno = code;
         return -1;
     }
-    return next<decltype(&fork)>("fork")();
+    const auto child = next<decltype(&fork)>("fork")();
+    if (child > 0 && failure("late") != 0) {
+        siginfo_t info{};
+        waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT);
+    }
+    return child;
+}
+
+int kill(pid_t pid, int signal) {
+    siginfo_t info{};
+    const auto child = static_cast<id_t>(std::abs(pid));
+    const bool unreaped = waitid(P_PID, child, &info, WEXITED | WNOHANG | WNOWAIT) == 0;
+    record((pid < 0 ? "kill group " : "kill ") + std::to_string(signal) +
+           (unreaped ? "" : " too late"));
+    return next<decltype(&kill)>("kill")(pid, signal);
 }
 
 int sd_bus_add_object_vtable(sd_bus* bus, sd_bus_slot** slot, const char* path,
