@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -117,9 +118,9 @@ protected:
         writeFile("/app/bin/wuxRetensionChk.sh", "#!/bin/sh\n" + commands);
         fs::permissions("/app/bin/wuxRetensionChk.sh", fs::perms::all);
     }
-    static int filesInCache() {
-        return int{fs::exists("/run/hmc/a")} + int{fs::exists("/run/hmc/dump/b")} +
-               int{fs::exists("/run/hmc/rawCPER/c")};
+    static auto filesInCache() {
+        const std::array files{"/run/hmc/a", "/run/hmc/dump/b", "/run/hmc/rawCPER/c"};
+        return std::ranges::count_if(files, [](const auto* file) { return fs::exists(file); });
     }
     static void fillCache() {
         EXPECT_EQ(std::system("touch /run/hmc/a /run/hmc/dump/b /run/hmc/rawCPER/c"), 0);
