@@ -149,14 +149,14 @@ TEST_F(Mosslink, KeepsAnyBytesAsValidJson) {
 TEST_F(Mosslink, RefusesADatabaseThatIsNotItsOwnAndLeavesItAsItIs) {
     const std::vector<std::pair<std::string, int>> cases{
         {"PRAGMA user_version = 3; CREATE TABLE entries (a)", MOSSLINK_DATABASE_NEWER},
-        {"CREATE TABLE entries (a)", MOSSLINK_DATABASE_DAMAGED},               // no layout of ours
-        {"PRAGMA user_version = 2; CREATE TABLE a AS SELECT randomblob(9000)", // to be cut below
+        {"CREATE TABLE entries (a)", MOSSLINK_DATABASE_DAMAGED}, // no layout of ours
+        {"PRAGMA user_version = 2; CREATE TABLE entries (a); CREATE TABLE b (b);"
+         "PRAGMA writable_schema = ON; UPDATE sqlite_schema SET rootpage = 2", // of both tables
          MOSSLINK_DATABASE_DAMAGED},
     };
     for (const auto& [sql, result] : cases) {
         emptyDirectoryOf(zelPath);
         database().execute(sql.c_str());
-        std::filesystem::resize_file(zelPath, 8192);
         const auto before = readFile(zelPath);
         EXPECT_EQ(result, submit("GPU0")) << sql;
         EXPECT_EQ(before, readFile(zelPath)) << sql;

@@ -76,14 +76,14 @@ TEST_F(Zelctl, CombinesItsFilters) {
 }
 
 TEST_F(Zelctl, FollowsAndResumesWithoutLosingOrRepeatingAnEntry) {
-    std::vector<std::jthread> writers(3);
-    for (auto& writer : writers) {
-        writer = std::jthread{[] {
-            for (int i = 0; i < 20; ++i) {
-                add("2025-01-01T10:00:00.000Z", "HMC0001", 1, "GPU0");
-            }
-        }};
-    }
+    tavrisk::zel::Store store{path};
+    const std::jthread writer{[&store] {
+        const tavrisk::zel::Entry entry{"2025-01-05T10:00:00.000Z", "HMC0001", 1, "[]"};
+        for (int i = 0; i < 60; ++i) {
+            store.append({&entry, 1}, 1000);
+            std::this_thread::sleep_for(std::chrono::milliseconds{1});
+        }
+    }};
     const auto first = sequencesOf("follow --after 0 --limit 25");
     const auto rest = sequencesOf("follow --after 25 --limit 40");
     EXPECT_EQ(first + rest, sequencesOf("list --reverse"));
