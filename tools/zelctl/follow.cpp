@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/zelctl/follow.hpp"
 
+#include "tools/zelctl/log_reader.hpp"
 #include "tools/zelctl/log_watch.hpp"
 #include "tools/zelctl/output.hpp"
-#include "tools/zelctl/reader.hpp"
 #include "tools/zelctl/render.hpp"
 #include "tools/zelctl/time_text.hpp"
 
@@ -57,7 +57,7 @@ private:
         }
         reader_.reset();
         if (access(path_.c_str(), F_OK) == 0) {
-            reader_ = Reader::open(path_);
+            reader_ = LogReader::open(path_);
         } else if (!position_) {
             position_ = 0; // whatever will be in a log that is yet to come, is new
         }
@@ -91,14 +91,14 @@ private:
         });
     }
 
-    bool isOver() const {
+    [[nodiscard]] bool isOver() const {
         return options_.filter.until && fromLogTime(*options_.filter.until) < now();
     }
 
     const std::string& path_;
     const Options& options_;
     Style style_;
-    std::optional<Reader> reader_;
+    std::optional<LogReader> reader_;
     std::optional<std::int64_t> position_; // everything up to this sequence number is done with
     std::int64_t printed_ = 0;
 };

@@ -8,7 +8,7 @@
 
 namespace tavrisk::zelctl {
 
-void list(const Reader* reader, const Options& options) {
+void list(const LogReader* reader, const Options& options) {
     const auto style = Style::ofStandardOutput();
     const bool titled = style.terminal && !options.json;
     std::int64_t printed = 0;

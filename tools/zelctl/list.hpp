@@ -6,6 +6,6 @@
 namespace tavrisk::zelctl {
 
 /** Prints the entries that the options ask for. Without a reader, there is no database yet. */
-void list(const Reader* reader, const Options& options);
+void list(const LogReader* reader, const Options& options);
 
 } // namespace tavrisk::zelctl

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/zelctl/log_watch.hpp"
 
+#include "tools/zelctl/log_reader.hpp"
 #include "tools/zelctl/output.hpp"
-#include "tools/zelctl/reader.hpp"
 
 #include <poll.h>
 #include <sys/inotify.h>

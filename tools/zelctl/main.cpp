@@ -3,9 +3,9 @@
 #include "platform/mosslink/zel_store.hpp"
 #include "tools/zelctl/follow.hpp"
 #include "tools/zelctl/list.hpp"
+#include "tools/zelctl/log_reader.hpp"
 #include "tools/zelctl/options.hpp"
 #include "tools/zelctl/output.hpp"
-#include "tools/zelctl/reader.hpp"
 #include "tools/zelctl/show.hpp"
 #include "tools/zelctl/stats.hpp"
 #include "tools/zelctl/verify.hpp"
@@ -40,7 +40,7 @@ bool isYetToCome(const std::string& path, const Options& options) {
 }
 
 void clear(const std::string& path) {
-    const auto entries = Reader::open(path).health().entries;
+    const auto entries = LogReader::open(path).health().entries;
     zel::Store{path}.clear();
     putLine("entries removed: " + std::to_string(entries));
 }
@@ -58,7 +58,7 @@ int runCommand(const std::string& path, const Options& options) {
         empty ? putLine("there is nothing to remove") : clear(path);
         return done;
     }
-    const auto reader = empty ? std::nullopt : std::optional{Reader::open(path)};
+    const auto reader = empty ? std::nullopt : std::optional{LogReader::open(path)};
     const auto* const opened = reader ? &*reader : nullptr;
     if (options.command == Command::list) {
         list(opened, options);

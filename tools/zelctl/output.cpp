@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/zelctl/output.hpp"
 
-#include "tools/zelctl/reader.hpp"
+#include "tools/zelctl/log_reader.hpp"
 
 #include <cerrno>
 #include <cstdio>

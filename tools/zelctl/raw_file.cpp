@@ -42,7 +42,7 @@ struct Free {
 struct Place {
     fs::path directory;
     std::optional<std::int64_t> (*secondsOf)(const fs::path& file);
-    std::optional<Bytes> (*toEventRecord)(Bytes raw);
+    std::optional<Bytes> (*toEventRecord)(const Bytes& raw);
 };
 
 std::optional<std::int64_t> secondsInName(const fs::path& file) {
@@ -64,12 +64,12 @@ std::optional<std::int64_t> secondsOfWriting(const fs::path& file) {
                                             : std::nullopt;
 }
 
-std::optional<Bytes> asItIs(Bytes raw) {
+std::optional<Bytes> asItIs(const Bytes& raw) {
     return raw;
 }
 
 /** What the daemon classifies of a CPER. */
-std::optional<Bytes> toSummary(Bytes raw) {
+std::optional<Bytes> toSummary(const Bytes& raw) {
     Json::Value summary;
     if (nvCperParse(raw, summary) != 0) {
         return {};
@@ -117,7 +117,7 @@ public:
         }
     }
 
-    std::vector<std::string> closest() const { return closest_; }
+    [[nodiscard]] std::vector<std::string> closest() const { return closest_; }
 
 private:
     void consider(const Place& place, const fs::directory_entry& file, seconds delay) {
@@ -125,8 +125,8 @@ private:
         if (delay < seconds{0} || delay > shortestDelay_ || !file.is_regular_file(gone)) {
             return;
         }
-        auto raw = readFile(file.path());
-        const auto record = raw ? place.toEventRecord(std::move(*raw)) : std::nullopt;
+        const auto raw = readFile(file.path());
+        const auto record = raw ? place.toEventRecord(*raw) : std::nullopt;
         if (!record || !wouldMake(entry_, *record)) {
             return;
         }

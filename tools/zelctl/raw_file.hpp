@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "tools/zelctl/reader.hpp"
+#include "tools/zelctl/log_reader.hpp"
 
 #include <string>
 #include <vector>

@@ -46,7 +46,7 @@ void putJson(const LogEntry& entry, const Texts& rawFiles) {
 
 } // namespace
 
-void show(const Reader* reader, const Options& options) {
+void show(const LogReader* reader, const Options& options) {
     const auto entry =
         reader != nullptr ? reader->find(options.sequence) : std::optional<LogEntry>{};
     if (!entry) {

@@ -6,6 +6,6 @@
 namespace tavrisk::zelctl {
 
 /** Prints one entry with all there is to know of it. Raises Problem when there is no such entry. */
-void show(const Reader* reader, const Options& options);
+void show(const LogReader* reader, const Options& options);
 
 } // namespace tavrisk::zelctl

@@ -44,12 +44,12 @@ std::int64_t bytesOnDisk(const std::string& path) {
     return bytes;
 }
 
-std::string timeOf(const Reader& reader, std::int64_t sequence) {
+std::string timeOf(const LogReader& reader, std::int64_t sequence) {
     const auto entry = reader.find(sequence);
     return entry ? entry->time : "";
 }
 
-Statistics collect(const std::string& path, const Reader* reader, const Filter& filter) {
+Statistics collect(const std::string& path, const LogReader* reader, const Filter& filter) {
     Statistics statistics;
     statistics.bytesOnDisk = bytesOnDisk(path);
     if (reader == nullptr) {
@@ -246,7 +246,7 @@ void putChart(const std::vector<TimePoint>& times, const Style& style) {
 
 } // namespace
 
-void printStats(const std::string& path, const Reader* reader, const Options& options) {
+void printStats(const std::string& path, const LogReader* reader, const Options& options) {
     const auto statistics = collect(path, reader, options.filter);
     if (options.json) {
         putLine(jsonLine(toJson(path, statistics)));

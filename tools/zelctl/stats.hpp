@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "tools/zelctl/log_reader.hpp"
 #include "tools/zelctl/options.hpp"
-#include "tools/zelctl/reader.hpp"
 
 #include <string>
 
@@ -10,6 +10,6 @@ namespace tavrisk::zelctl {
 
 /** Prints the health of the log, then what its entries are like. Without a reader, there is no
  *  database yet. */
-void printStats(const std::string& path, const Reader* reader, const Options& options);
+void printStats(const std::string& path, const LogReader* reader, const Options& options);
 
 } // namespace tavrisk::zelctl

@@ -22,7 +22,7 @@ class Scanner {
 public:
     explicit Scanner(std::string_view text) : rest_{text} {}
 
-    bool atEnd() const { return rest_.empty(); }
+    [[nodiscard]] bool atEnd() const { return rest_.empty(); }
 
     std::optional<char> anyOf(std::string_view characters) {
         if (rest_.empty() || characters.find(rest_.front()) == std::string_view::npos) {
@@ -151,6 +151,21 @@ std::optional<TimePoint> scanPoint(Scanner scanner) {
     return sys_days{*date} + timeOfDay - *offset;
 }
 
+seconds oneOf(char unit) {
+    switch (unit) {
+    case 'w':
+        return weeks{1};
+    case 'd':
+        return days{1};
+    case 'h':
+        return hours{1};
+    case 'm':
+        return minutes{1};
+    default:
+        return seconds{1};
+    }
+}
+
 std::optional<seconds> scanSpan(Scanner scanner) {
     constexpr seconds longest = years{1000};
     if (!scanner.anyOf("-") || scanner.atEnd()) {
@@ -163,12 +178,7 @@ std::optional<seconds> scanSpan(Scanner scanner) {
         if (!count || !unit) {
             return {};
         }
-        const seconds one = *unit == 'w'   ? weeks{1}
-                            : *unit == 'd' ? days{1}
-                            : *unit == 'h' ? hours{1}
-                            : *unit == 'm' ? minutes{1}
-                                           : seconds{1};
-        span += *count * one;
+        span += *count * oneOf(*unit);
     }
     return std::min(span, longest);
 }

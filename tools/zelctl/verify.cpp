@@ -15,7 +15,7 @@ struct Findings {
 Findings check(const std::string& path) {
     Findings findings;
     try {
-        const auto reader = Reader::open(path);
+        const auto reader = LogReader::open(path);
         findings.problems = reader.findDamage();
         findings.entries = reader.health().entries;
     } catch (const Problem& problem) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/zelctl/reader.hpp"
+#include "tools/zelctl/log_reader.hpp"
 
 #include "platform/mosslink/zel_store.hpp"
 
@@ -128,14 +128,14 @@ const std::string& LogEntry::device() const {
     return arguments.empty() ? none : arguments.front();
 }
 
-Reader::Reader(const std::string& path, bool immutable)
+LogReader::LogReader(const std::string& path, bool immutable)
     : immutable_{immutable},
       connection_{connect(path, immutable)},
       schemaVersion_{zel::checkedSchemaVersion(connection_)} {}
 
-Reader Reader::open(const std::string& path) {
+LogReader LogReader::open(const std::string& path) {
     try {
-        return patiently([&path] { return Reader{path, mustBeReadAsItStands(path)}; });
+        return patiently([&path] { return LogReader{path, mustBeReadAsItStands(path)}; });
     } catch (const zel::Refused& refused) {
         throw Problem{path +
                       (refused.reason() == zel::Refused::Reason::newer
@@ -147,7 +147,7 @@ Reader Reader::open(const std::string& path) {
     }
 }
 
-Health Reader::health() const {
+Health LogReader::health() const {
     return patiently([this] {
         const zel::Transaction view{connection_, zel::Transaction::Kind::read};
         Health health{};
@@ -174,8 +174,8 @@ Health Reader::health() const {
     });
 }
 
-void Reader::forEach(const Filter& filter, bool oldestFirst,
-                     const std::function<bool(const LogEntry&)>& take) const {
+void LogReader::forEach(const Filter& filter, bool oldestFirst,
+                        const std::function<bool(const LogEntry&)>& take) const {
     if (schemaVersion_ == 0) {
         return;
     }
@@ -197,8 +197,8 @@ void Reader::forEach(const Filter& filter, bool oldestFirst,
     }
 }
 
-std::vector<LogEntry> Reader::page(const Filter& filter, bool oldestFirst,
-                                   std::int64_t beyond) const {
+std::vector<LogEntry> LogReader::page(const Filter& filter, bool oldestFirst,
+                                      std::int64_t beyond) const {
     Statement query{
         connection_,
         std::string{"SELECT sequence, time, message_id, severity, arguments FROM entries"
@@ -232,7 +232,7 @@ std::vector<LogEntry> Reader::page(const Filter& filter, bool oldestFirst,
     return entries;
 }
 
-std::optional<LogEntry> Reader::find(std::int64_t sequence) const {
+std::optional<LogEntry> LogReader::find(std::int64_t sequence) const {
     std::optional<LogEntry> found;
     Filter filter;
     filter.after = sequence - 1;
@@ -245,7 +245,7 @@ std::optional<LogEntry> Reader::find(std::int64_t sequence) const {
     return found;
 }
 
-std::vector<std::string> Reader::findDamage() const {
+std::vector<std::string> LogReader::findDamage() const {
     return patiently([this] {
         std::vector<std::string> damage;
         Statement check{connection_, "PRAGMA integrity_check"};
@@ -266,14 +266,14 @@ std::vector<std::string> Reader::findDamage() const {
     });
 }
 
-bool Reader::hasMoved() const {
+bool LogReader::hasMoved() const {
     int moved = 0;
     const int result =
         sqlite3_file_control(connection_.get(), "main", SQLITE_FCNTL_HAS_MOVED, &moved);
     return result != SQLITE_OK || moved != 0;
 }
 
-bool Reader::seesNewEntries() const {
+bool LogReader::seesNewEntries() const {
     return !immutable_ && schemaVersion_ != 0;
 }
 

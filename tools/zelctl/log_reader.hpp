@@ -28,9 +28,9 @@ struct LogEntry {
     std::int64_t severityCode;
     std::vector<std::string> arguments;
 
-    Severity severity() const;
+    [[nodiscard]] Severity severity() const;
     /** What the message is about: the first argument, or "" without one. */
-    const std::string& device() const;
+    [[nodiscard]] const std::string& device() const;
 };
 
 /** What entries must be like to be shown; an empty one lets all through. */
@@ -61,33 +61,34 @@ struct Health {
  *
  * Works without the right to write to the database or its directory, too.
  */
-class Reader {
+class LogReader {
 public:
     /** Raises Problem when there is no database, and when it is not one this program reads. */
-    static Reader open(const std::string& path);
+    static LogReader open(const std::string& path);
 
-    Health health() const;
+    [[nodiscard]] Health health() const;
 
     /** Passes the entries that the filter lets through, until there are none left or `take` returns
      *  false. */
     void forEach(const Filter& filter, bool oldestFirst,
                  const std::function<bool(const LogEntry&)>& take) const;
 
-    std::optional<LogEntry> find(std::int64_t sequence) const;
+    [[nodiscard]] std::optional<LogEntry> find(std::int64_t sequence) const;
 
     /** What the full check of the database finds wrong; nothing when all is well. */
-    std::vector<std::string> findDamage() const;
+    [[nodiscard]] std::vector<std::string> findDamage() const;
 
     /** Whether the path no longer leads to what was opened. */
-    bool hasMoved() const;
+    [[nodiscard]] bool hasMoved() const;
 
     /** Whether entries written from now on can be seen; if not, another reader may. */
-    bool seesNewEntries() const;
+    [[nodiscard]] bool seesNewEntries() const;
 
 private:
-    Reader(const std::string& path, bool immutable);
+    LogReader(const std::string& path, bool immutable);
 
-    std::vector<LogEntry> page(const Filter& filter, bool oldestFirst, std::int64_t beyond) const;
+    [[nodiscard]] std::vector<LogEntry> page(const Filter& filter, bool oldestFirst,
+                                             std::int64_t beyond) const;
 
     bool immutable_; // taken as a file that nobody writes to
     zel::Connection connection_;
