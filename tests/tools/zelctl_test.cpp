@@ -27,14 +27,18 @@ std::string outputOf(const std::string& arguments, const std::string& with = "")
     return readFile("/run/out");
 }
 
+Json::Value parsed(const std::string& json) {
+    Json::Value value;
+    EXPECT_TRUE(Json::Reader{}.parse(json, value)) << json;
+    return value;
+}
+
 /** The sequence numbers of a command that prints entries. */
 std::string sequencesOf(const std::string& arguments) {
     std::istringstream lines{outputOf(arguments + " --json")};
     std::string sequences;
     for (std::string line; std::getline(lines, line);) {
-        Json::Value object;
-        EXPECT_TRUE(Json::Reader{}.parse(line, object)) << line;
-        sequences += object["sequence"].asString() + " ";
+        sequences += parsed(line)["sequence"].asString() + " ";
     }
     return sequences;
 }
@@ -52,7 +56,7 @@ protected:
         std::filesystem::remove_all(directory);
         add("2025-01-01T10:00:00.000Z", "HMC0001", 1, "GPU0");
         add("2025-01-02T10:00:00.500Z", "HMC0005", 2, "GPU10");
-        add("2025-01-02T10:00:00.501Z", "HMC0002", 2, "a\x1b[2J\n\xc2\x9b\xe2\x80\xae\xff");
+        add("2025-01-02T10:00:00.501Z", "HMC0002", 2, "a\x1b[2J\n\xc2\x9b\xe2\x80\x8b\xff");
         add("2025-01-03T10:00:00.000Z", "HMC0003", 3, "Fan");
         add("2025-01-04T10:00:00.000Z", "XYZ", 9, "");
     }
@@ -92,11 +96,11 @@ TEST_F(Zelctl, FollowsAndResumesWithoutLosingOrRepeatingAnEntry) {
 TEST_F(Zelctl, ShowsHostileTextHarmlessly) {
     EXPECT_THAT(outputOf("list"),
                 HasSubstr("3  2025-01-02 10:00:00  warning   HMC0002  A warning condition has been "
-                          "reported for a\\x1b[2J\\n\\u{9b}\\u{202e}\ufffd."));
+                          "reported for a\\x1b[2J\\n\\u{9b}\\u{200b}\ufffd."));
     for (const auto* command : {"list", "list --json", "show 3", "show 3 --json", "stats"}) {
         const auto output = outputOf(command);
         EXPECT_EQ(output.find('\x1b'), std::string::npos) << output;
-        EXPECT_EQ(output.find("\u202e"), std::string::npos) << output;
+        EXPECT_EQ(output.find("\u200b"), std::string::npos) << output;
     }
 }
 
@@ -160,14 +164,10 @@ TEST_F(Zelctl, PrintsWhatItsSchemaPromises) {
     const auto seconds = std::chrono::system_clock::to_time_t(now);
     const auto file = "/var/run/hmc/x." + std::to_string(seconds);
     writeFile(file, R"({"EventType": "Event", "Severity": "Critical", "MessageArgs": ["GPU0"]})");
-    Json::Value schema;
-    ASSERT_TRUE(Json::Reader{}.parse(
-        readFile(std::getenv("TAVRISK_SOURCE") + std::string{"/tools/zelctl/zelctl.schema.json"}),
-        schema));
-    const auto output = [](const std::string& arguments) {
-        Json::Value value;
-        EXPECT_TRUE(Json::Reader{}.parse(outputOf(arguments + " --json"), value));
-        return value;
+    const auto schema = parsed(
+        readFile(std::getenv("TAVRISK_SOURCE") + std::string{"/tools/zelctl/zelctl.schema.json"}));
+    const auto output = [](const std::string& command) {
+        return parsed(outputOf(command + " --json"));
     };
     const auto expectPromised = [&](const std::string& arguments, const char* name) {
         EXPECT_TRUE(holds(output(arguments), schema["$defs"][name], schema["$defs"])) << arguments;

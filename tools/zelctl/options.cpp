@@ -23,33 +23,34 @@ Usage:
   zelctl show SEQ [--json]
                          one entry whole, and the file it came from
   zelctl stats [FILTER...] [--json]
-                         health of the log; how many entries of which kind, and when
+                         health of the log; how many entries of what, and when
   zelctl verify [--json] check the database
   zelctl clear --yes     remove all entries; sequence numbers go on
 
 Filters, in any combination:
-  --since TIME, --until TIME
-                         entries of that time; TIME as below
+  --since TIME           entries from that time on
+  --until TIME           entries up to that time
   --severity WORD        critical, warning or other
   --id ID                a message, such as HMC0005
-  --device TEXT          devices with TEXT in their name, in upper or lower case
-  --after SEQ            entries that came after the one with this sequence number
+  --device TEXT          devices with TEXT in their name, in either case
+  --after SEQ            entries with a higher sequence number
 
 Options:
   -n, --limit N          stop after N entries
-  -r, --reverse          oldest first (which is how follow has them anyway)
-      --json             one JSON object per line, as zelctl.schema.json describes them
+  -r, --reverse          oldest first; follow always has them so
+      --json             JSON, one object per line (see zelctl.schema.json)
       --db PATH          read another database than the system's
   -h, --help             show this
       --version          show the version
 
-TIME is "2025-01-31", "2025-01-31 23:59", "2025-01-31T23:59:59.5", in local time unless "Z" or an
-offset such as "+01:00" follows; "now"; or how long ago, such as "-1h30m" (w, d, h, m, s).
+TIME is a date with or without a time of day, "2025-01-31 23:59:59.5" with a
+blank or a "T", local unless "Z" or an offset such as "+01:00" follows; "now";
+or how long ago, such as "-1h30m" (w, d, h, m and s).
 
-follow --after SEQ goes on where another run has ended, with the sequence number it printed last,
-without losing or repeating an entry.
+follow --after SEQ goes on where another run has ended: SEQ is the sequence
+number it printed last. No entry is lost or repeated.
 
-Exit status: 0 done, 1 a problem (one line on standard error says which), 2 wrong usage.)";
+Exit status: 0 done, 1 a problem, told on standard error, 2 wrong usage.)";
 
 namespace {
 

@@ -194,7 +194,7 @@ std::string messageLabel(const std::string& id) {
     const auto* const row = findMessage(id);
     std::string text = row != nullptr ? row->text : "(not in the catalogue)";
     if (const auto at = text.find("%s"); at != std::string::npos) {
-        text.replace(at, 2, "...");
+        text.replace(at, 2, "<device>");
     }
     return padded(harmless(id), 7) + "  " + text;
 }
@@ -203,17 +203,23 @@ std::string deviceLabel(const std::string& device) {
     return device.empty() ? "(without a name)" : harmless(device);
 }
 
-/** The shortest round period of which `span` holds at most `rows`. */
+/** The shortest round period of which fewer than `rows` make up `span`. */
 std::chrono::seconds barPeriod(std::chrono::milliseconds span, int rows) {
     using namespace std::chrono;
-    for (const auto period :
-         {seconds{minutes{1}}, seconds{minutes{10}}, seconds{hours{1}}, seconds{hours{6}},
-          seconds{days{1}}, seconds{weeks{1}}, seconds{days{30}}, seconds{days{365}}}) {
+    for (const auto period : {seconds{minutes{1}}, seconds{minutes{10}}, seconds{hours{1}},
+                              seconds{hours{3}}, seconds{hours{12}}, seconds{days{1}},
+                              seconds{weeks{1}}, seconds{days{30}}, seconds{days{365}}}) {
         if (span / period < rows) {
             return period;
         }
     }
     return ceil<seconds>(span / rows);
+}
+
+/** The last round local time up to this one. */
+TimePoint roundDown(TimePoint time, std::chrono::seconds period) {
+    const auto beyond = (time.time_since_epoch() + localOffset(time)) % period;
+    return time - (beyond.count() < 0 ? beyond + period : beyond);
 }
 
 void putChart(const std::vector<TimePoint>& times, const Style& style) {
@@ -222,9 +228,10 @@ void putChart(const std::vector<TimePoint>& times, const Style& style) {
         return;
     }
     const auto period = barPeriod(times.back() - times.front(), mostRows);
+    const auto start = roundDown(times.front(), period);
     std::vector<std::int64_t> bars;
     for (const auto time : times) {
-        const auto bar = static_cast<std::size_t>((time - times.front()) / period);
+        const auto bar = static_cast<std::size_t>((time - start) / period);
         bars.resize(std::max(bars.size(), bar + 1));
         ++bars[bar];
     }
@@ -235,12 +242,12 @@ void putChart(const std::vector<TimePoint>& times, const Style& style) {
     putLine("");
     putLine(emphasised(style, "Over time"));
     for (std::size_t i = 0; i < bars.size(); ++i) {
-        const auto start = times.front() + static_cast<std::int64_t>(i) * period;
+        const auto begin = start + static_cast<std::int64_t>(i) * period;
         std::string bar;
         for (std::int64_t step = (bars[i] * room + highest - 1) / highest; step > 0; --step) {
             bar += style.utf8 ? "\u2588" : "#";
         }
-        putLine("  " + localTime(start, "%F %H:%M") + rightAligned(bars[i], 8) + "  " + bar);
+        putLine("  " + localTime(begin, "%F %H:%M") + rightAligned(bars[i], 8) + "  " + bar);
     }
 }
 

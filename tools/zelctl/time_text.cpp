@@ -128,6 +128,13 @@ TimePoint fromLocal(const year_month_day& date, milliseconds timeOfDay) {
     return sys_seconds{seconds{std::mktime(&parts)}} + clock.subseconds();
 }
 
+std::tm toLocal(TimePoint time) {
+    const std::time_t point = floor<seconds>(time).time_since_epoch().count();
+    std::tm parts{};
+    localtime_r(&point, &parts);
+    return parts;
+}
+
 std::optional<TimePoint> scanPoint(Scanner scanner) {
     const auto date = scanDate(scanner);
     if (!date) {
@@ -209,10 +216,12 @@ std::optional<TimePoint> fromLogTime(std::string_view text) {
     return text.size() == length && text.ends_with('Z') ? scanPoint(Scanner{text}) : std::nullopt;
 }
 
+std::chrono::seconds localOffset(TimePoint time) {
+    return seconds{toLocal(time).tm_gmtoff};
+}
+
 std::string localTime(TimePoint time, const char* format) {
-    const std::time_t point = floor<seconds>(time).time_since_epoch().count();
-    std::tm parts{};
-    localtime_r(&point, &parts);
+    const auto parts = toLocal(time);
     std::array<char, 64> text{};
     return {text.data(), std::strftime(text.data(), text.size(), format, &parts)};
 }

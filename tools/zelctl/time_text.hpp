@@ -21,6 +21,9 @@ std::optional<std::string> parseTime(std::string_view text, TimePoint now);
 /** The time behind one of the event log's texts; nothing when it is none. */
 std::optional<TimePoint> fromLogTime(std::string_view text);
 
+/** How far local time is ahead of UTC at that time. */
+std::chrono::seconds localOffset(TimePoint time);
+
 /** In local time; `format` is one of strftime's. */
 std::string localTime(TimePoint time, const char* format = "%F %T");
 
