@@ -58,7 +58,7 @@ TEST_F(LogServiceEntry, ReportsTheEventWithoutAFile) {
     writeFile(directory + "filler", std::string(4096, 'x'));
     EXPECT_EQ(peer.call("CPERlog", name, record), 0);
     EXPECT_TRUE(waitForRecorded("submit 66 1 2 HMC0002", 3));
-    umount(directory.c_str());
+    umount2(directory.c_str(), MNT_DETACH); // Somebody may be at work in there.
     const std::string failed = "log 3 349 createLogServiceEntry: Failed ";
     const std::string stamp = ".07_02_2026_030841";
     EXPECT_THAT(recordedWith("createLogServiceEntry: Failed"),
