@@ -25,19 +25,11 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr auto busAddress = "unix:path=/run/test-bus";
-constexpr auto busConfiguration = R"(
-<busconfig>
-  <listen>unix:path=/run/test-bus</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow user="*"/>
-    <allow send_destination="*" eavesdrop="true"/>
-    <allow eavesdrop="true"/>
-    <allow own="*"/>
-  </policy>
-  <limit name="max_replies_per_connection">50000</limit>
-</busconfig>
-)";
+
+std::string busConfiguration(const std::string& policy) {
+    return std::string{"<busconfig><listen>"} + busAddress + "</listen><auth>EXTERNAL</auth>" +
+           policy + R"(<limit name="max_replies_per_connection">50000</limit></busconfig>)";
+}
 
 constexpr auto service = "com.vorn.bmc.tavrisk";
 constexpr auto path = "/com/vorn/bmc/tavrisk";
@@ -208,7 +200,16 @@ void Peer::process() {
     }
 }
 
-World::World() {
+const std::string World::openPolicy = R"(
+  <policy context="default">
+    <allow user="*"/>
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow eavesdrop="true"/>
+    <allow own="*"/>
+  </policy>
+)";
+
+World::World(const std::string& busPolicy) {
     for (const auto* directory : {"/run", "/mmc1", "/app"}) {
         for (const auto& entry : fs::directory_iterator{directory}) {
             fs::remove_all(entry);
@@ -223,7 +224,7 @@ World::World() {
     EXPECT_EQ(bind(syslogSocket_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     syslogReader_ = std::jthread{[this] { listen(); }};
 
-    writeFile("/run/bus.conf", busConfiguration);
+    writeFile("/run/bus.conf", busConfiguration(busPolicy));
     bus_ = std::make_unique<Process>(
         Lines{"dbus-daemon", "--config-file=/run/bus.conf", "--nofork", "--nopidfile"});
     EXPECT_TRUE(eventually(busIsUp));
@@ -254,15 +255,16 @@ Lines World::syslog() {
     return syslog_;
 }
 
-void World::launchDaemon() {
-    daemon =
-        std::make_unique<Process>(Lines{std::getenv("TAVRISK_DAEMON")},
-                                  Lines{std::string{"LD_PRELOAD="} + std::getenv("TAVRISK_SHIM"),
-                                        std::string{"DBUS_STARTER_ADDRESS="} + busAddress});
+void World::launchDaemon(const Lines& with) {
+    Lines command = with;
+    command.emplace_back(std::getenv("TAVRISK_DAEMON"));
+    daemon = std::make_unique<Process>(
+        command, Lines{std::string{"LD_PRELOAD="} + std::getenv("TAVRISK_SHIM"),
+                       std::string{"DBUS_STARTER_ADDRESS="} + busAddress});
 }
 
-void World::startDaemon() {
-    launchDaemon();
+void World::startDaemon(const Lines& with) {
+    launchDaemon(with);
     Peer peer;
     ASSERT_TRUE(
         eventually([&] { return sd_bus_get_name_creds(peer.bus(), service, 0, nullptr) >= 0; }));

@@ -85,13 +85,17 @@ private:
  *  scripts/world; every test starts with it empty. */
 class World : public ::testing::Test {
 protected:
-    World();
+    /** A bus that lets everybody do everything. */
+    static const std::string openPolicy;
+
+    explicit World(const std::string& busPolicy = openPolicy);
     ~World() override;
 
-    /** Starts the daemon and waits until it serves its name. */
-    void startDaemon();
+    /** Starts the daemon, through the program `with` if one is given, and waits until it serves
+     *  its name. */
+    void startDaemon(const Lines& with = {});
     /** Starts it without waiting. */
-    void launchDaemon();
+    void launchDaemon(const Lines& with = {});
 
     void stopBus() { bus_.reset(); }
     /** Makes the call of this name fail with `code`; 0 lets it succeed again. */
