@@ -13,7 +13,7 @@
 #include <ctime>
 
 // Preloaded into the daemon: a minute passes in 60 ms, the clock can be stopped, and system calls
-// fail on demand. Overrides of C library functions, recorded like the platform's.
+// fail on demand. Under an emulator, where a command takes its time, a minute has five times that. Overrides of C library functions, recorded like the platform's.
 
 namespace {
 
@@ -23,7 +23,9 @@ Function next(const char* name) {
 }
 
 int scaled(std::time_t seconds, long nanoseconds) {
-    const timespec shortened{seconds / 1000, (seconds % 1000) * 1'000'000 + nanoseconds / 1000};
+    const long factor = std::getenv("TAVRISK_EMULATOR") != nullptr ? 200 : 1000;
+    const timespec shortened{seconds / factor,
+                             ((seconds % factor) * 1'000'000'000 + nanoseconds) / factor};
     return next<int (*)(const timespec*, timespec*)>("nanosleep")(&shortened, nullptr);
 }
 
