@@ -53,7 +53,7 @@ is_without() { [ -z "$(find "$1" -maxdepth 1 -type f)" ]; }
 
 starts_at_boot() {
   is_active && [ "$(owner_pid)" = "$(main_pid)" ] || return 1
-  echo "as user $(stat -c %U "/proc/$(main_pid)"), $(systemctl show -P MemoryPeak "$unit") bytes"
+  echo "as user $(stat -c %U "/proc/$(main_pid)"), $(systemctl show -P MemoryCurrent "$unit") bytes of memory"
 }
 
 is_activated_by_a_call() {
