@@ -71,7 +71,7 @@ std::string text(const Json::Value& record, const char* member) {
 /** Why the record is not to be reported; null for one that is. */
 const char* whyNotReportable(const Json::Value& record) {
     if (!record.isObject() && !record.isNull()) {
-        throw std::runtime_error{"it is no object"};
+        throw std::runtime_error{"it is no JSON object"};
     }
     if (text(record, "EventType") != "Event" && text(record, "EntryType") != "Event") {
         return R"(it is no event: neither its EventType nor its EntryType is "Event")";

@@ -57,8 +57,8 @@ private:
     void* list_;
 };
 
+using tavrisk::messageArgumentsCapacity;
 constexpr std::uint16_t messageArgumentsTag = 6;
-constexpr std::size_t messageArgumentsCapacity = 1024;
 
 /** Packs the arguments, wraps them in a TLV list and submits that; 0 or the failed call's code. */
 std::int32_t submit(const std::string& messageId, ArgumentCopies& arguments,

@@ -41,6 +41,14 @@ void sleepFor(unsigned minutes) {
 
 } // namespace
 
+unsigned tavrisk::effectiveSizeInMB(std::uint8_t setting) {
+    return std::clamp<unsigned>(setting, 1, greatestSizeInMB);
+}
+
+unsigned tavrisk::effectiveIntervalInMinutes(std::uint8_t setting) {
+    return std::clamp<unsigned>(setting, 1, greatestIntervalInMinutes);
+}
+
 void wuxmonitor_start(RetentionSettings settings) {
     // The words mislead and are kept: the monitor is about to start.
     diag_log(8, 4, "%s : No Monitoring yet!, rc = %d \n", __func__, 1);
@@ -49,9 +57,8 @@ void wuxmonitor_start(RetentionSettings settings) {
 
 void wuxmonitor_thread(const RetentionSettings& settings) {
     for (;;) {
-        const unsigned sizeInMB = std::clamp<unsigned>(settings.sizeInMB(), 1, greatestSizeInMB);
-        const unsigned minutes =
-            std::clamp<unsigned>(settings.intervalInMinutes(), 1, greatestIntervalInMinutes);
+        const unsigned sizeInMB = tavrisk::effectiveSizeInMB(settings.sizeInMB());
+        const unsigned minutes = tavrisk::effectiveIntervalInMinutes(settings.intervalInMinutes());
         for (const auto* directory : dataDirectories) {
             police(directory, sizeInMB, minutes);
         }

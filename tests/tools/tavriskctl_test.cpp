@@ -68,30 +68,39 @@ TEST_F(Tavriskctl, SaysInOneSentenceWhatBecameOfEachRequest) {
         {"log /run/empty", 1, "tavriskctl: /run/empty: refused: empty input"},
         {"log /run", 1, "tavriskctl: /run: cannot be read: Is a directory"},
         {R"(log $(printf '\033[m\302\233\377'))", 1, R"(tavriskctl: \x1b[m\xc2\x9b\xff: cannot)"},
-        {"cper cper/truncated.cper", 1, "tavriskctl: cper/truncated.cper: refused: the digest"},
-        {"save kept /run/e", 0, "/run/e: accepted"},
-        {"save a/b /run/e", 1, "tavriskctl: /run/e: refused: the name is empty or the file"},
-        {"set RetentionSizeInMB 255", 0, "RetentionSizeInMB: set to 255"},
+        {"cper cper/truncated.cper", 1,
+         "tavriskctl: cper/truncated.cper: refused: it is too short"},
+        {"save kept /run/e", 0, "/run/e: accepted as 'kept'"},
+        {"save a/b /run/e", 1,
+         "tavriskctl: /run/e: refused: the daemon cannot write a file of the name 'a/b'"},
+        {"set RetentionSizeInMB 255", 0, "RetentionSizeInMB: set to 255, which counts as 100"},
+        {"set RetentionIntervalInMinutes 020", 0, "RetentionIntervalInMinutes: set to 20"},
         {"set RetentionSizeInMB 256", 2, "tavriskctl: RetentionSizeInMB takes a number from 0 to"},
         {"set WUXDataLocation /", 1, "tavriskctl: WUXDataLocation: the property is read-only"},
         {"clear", 1, "tavriskctl: data cache: saving failed, nothing was cleared"},
         {"launch", 2, "tavriskctl: there is no command 'launch'"},
-        {"--timeout=-1 status", 2, "tavriskctl: --timeout takes a number of seconds, not '-1'"},
+        {"--bus=sytem status", 2, "tavriskctl: --bus takes system, session or an address such as"},
+        {"--timeout=-1 status", 2, "tavriskctl: --timeout takes a number of seconds, a year's at most"},
         {"status >/dev/full", 1, "tavriskctl: the output could not be written"},
     });
     EXPECT_EQ(readFile("/run/hmc/dump/kept"), readFile("/run/e"));
 }
 
 TEST_F(Tavriskctl, ExitsWith3WhenNobodyAnswers) {
-    expectAll({{"status", 3, "tavriskctl: the daemon is not running: nobody owns"},
+    const std::string directories = "/var/run/hmc                0 files, 0 bytes\n"
+                                    "/var/run/hmc/dump           0 files, 0 bytes\n"
+                                    "/var/run/hmc/rawCPER        0 files, 0 bytes\n";
+    expectAll({{"status", 3, directories + "tavriskctl: the daemon is not running: nobody owns"},
                {"clear", 3, "tavriskctl: data cache: the daemon is not running"}});
     startDaemon();
     daemon->kill(SIGSTOP);
-    expectAll({{"--timeout=0.1 log README.md empty", 3,
+    expectAll({{"--timeout=0.1 status 2>&1 | sed -n '1p;$p'", 0,
+                "com.vorn.bmc.tavrisk        does not answer\ntavriskctl: no reply within 0.1 s"},
+               {"--timeout=0.1 log README.md empty", 3,
                 "tavriskctl: README.md: no reply within 0.1 s; the daemon serves one call at a "
                 "time and may still carry this one out\ntavriskctl: empty: not sent"}});
     stopBus();
-    expectAll({{"status", 3, "tavriskctl: cannot connect to the bus at 'unix:path=/run/test-"}});
+    expectAll({{"status", 3, directories + "tavriskctl: cannot connect to the bus at 'unix:"}});
 }
 
 TEST_F(Tavriskctl, PrintsOneJsonObjectPerLine) {
@@ -106,7 +115,9 @@ TEST_F(Tavriskctl, PrintsOneJsonObjectPerLine) {
     EXPECT_EQ(status["properties"]["RetentionSizeInMB"], 10);
     EXPECT_EQ(status["directories"][0]["files"], 1);
     EXPECT_EQ(status["directories"][0]["bytes"], logged.at(0)["bytes"]);
-    EXPECT_EQ(objects("--bus=unix:path=/none clear").at(0)["result"], "unreachable");
+    const auto unreachable = objects("--bus=unix:path=/none log README.md none");
+    EXPECT_EQ(unreachable.at(0)["result"], "unreachable");
+    EXPECT_EQ(unreachable.at(1)["file"], "none");
 }
 
 TEST_F(Tavriskctl, MonitorFollowsPropertiesAndNameUntilNobodyListens) {
@@ -116,7 +127,7 @@ TEST_F(Tavriskctl, MonitorFollowsPropertiesAndNameUntilNobodyListens) {
     const auto monitor = launch("monitor");
     EXPECT_TRUE(shows("the daemon is not there"));
     startDaemon();
-    EXPECT_TRUE(shows("the daemon has appeared"));
+    EXPECT_TRUE(shows("the daemon has appeared") && shows("RetentionSizeInMB = 10"));
     Peer{}.set("SystemLEDSetting", "s", "\x1b[1m");
     EXPECT_TRUE(shows(R"(SystemLEDSetting = \x1b[1m)"));
     daemon.reset();
@@ -129,12 +140,18 @@ TEST_F(Tavriskctl, MonitorFollowsPropertiesAndNameUntilNobodyListens) {
 TEST_F(Tavriskctl, ExplainsWithoutADaemonAndWithoutATrace) {
     stopBus();
     writeFile("/run/e", R"({"EventType":"Event","Severity":{}})");
+    writeFile("/run/long", R"({"EventType":"Event","Severity":"Warning","MessageArgs":[")" +
+                               std::string(1024, 'x') + R"("]})");
+    writeFile("/run/text", "{\n \"CPER\":{},\"EventType\":\"Event\",\"Severity\":\"Warning\"}");
     const std::string said = "standard input: ";
     expectAll({
         {"explain - <events/event5-above-upper-caution.json", 0,
          said + "reported as HMC0005, warning, device \"GPU_3_TEMP_0\": The GPU_3_TEMP_0 upper"},
         {"explain - <events/malformed-cut-off.json", 0, said + "not reported: it is no JSON: at "},
         {"explain - <events/not-reported-severity-ok.json", 0, said + "not reported: neither its "},
+        {"explain - </run/long", 0,
+         said + "not reported: the event log takes no device name of more than 1023 bytes"},
+        {"explain - </run/text", 0, said + "reported as HMC0002"},
         {"explain - </run/e", 0, said + "not reported: its Severity is of the wrong type"},
         {"explain - <cper/memory-error-four-bytes-ahead.cper", 0,
          said +

@@ -69,9 +69,14 @@ std::int32_t Daemon::saveAndClearCache() {
     return callForReply(newCall(interfaceName, "SaveAndClearCache").get());
 }
 
-std::vector<Property> Daemon::properties() {
-    const auto request = newCall(propertiesInterface, "GetAll");
+Message Daemon::newPropertiesCall() const {
+    auto request = newCall(propertiesInterface, "GetAll");
     check(sd_bus_message_append(request.get(), "s", interfaceName));
+    return request;
+}
+
+std::vector<Property> Daemon::properties() {
+    const auto request = newPropertiesCall();
     const auto reply = call(bus_.get(), request.get(), timeout_);
     return readProperties(reply.get());
 }

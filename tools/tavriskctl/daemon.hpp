@@ -40,6 +40,8 @@ public:
     std::int32_t saveAndClearCache();
 
     std::vector<Property> properties();
+    /** The call behind properties(), for whoever does not wait for its reply. */
+    [[nodiscard]] Message newPropertiesCall() const;
     void set(const Property& property);
 
     /** Nothing when nobody owns the name. Asks the bus only: does not have the daemon started. */

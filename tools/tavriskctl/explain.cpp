@@ -2,6 +2,7 @@
 #include "cper/record_parser.hpp"
 #include "events/catalogue.hpp"
 #include "events/classifier.hpp"
+#include "events/raise_event.hpp"
 #include "tools/tavriskctl/commands.hpp"
 #include "tools/tavriskctl/input.hpp"
 #include "tools/tavriskctl/report.hpp"
@@ -26,6 +27,13 @@ std::string fillIn(const char* text, const std::string& device) {
     return message.replace(message.find("%s"), 2, device);
 }
 
+Outcome notReported(const std::string& reason) {
+    Outcome outcome{Exit::accepted, "not reported: " + reason};
+    outcome.details["reportable"] = false;
+    outcome.details["reason"] = reason;
+    return outcome;
+}
+
 /** What the daemon would do with an accepted event record. */
 Outcome explainEvent(std::span<const std::uint8_t> record) {
     struct Free {
@@ -38,14 +46,16 @@ Outcome explainEvent(std::span<const std::uint8_t> record) {
     const int reportable = explainRedfishData(record, event, deviceText, severity, reason);
     const std::unique_ptr<char, Free> ownedDevice{deviceText};
 
-    Outcome outcome;
-    outcome.details["reportable"] = reportable != 0;
     if (reportable == 0) {
-        outcome.sentence = "not reported: " + reason;
-        outcome.details["reason"] = reason;
-        return outcome;
+        return notReported(reason);
     }
     const std::string device{deviceText != nullptr ? deviceText : ""};
+    if (device.size() >= messageArgumentsCapacity) {
+        return notReported("the event log takes no device name of more than " +
+                           std::to_string(messageArgumentsCapacity - 1) + " bytes");
+    }
+    Outcome outcome;
+    outcome.details["reportable"] = true;
     const auto* message = findMessage(event);
     const auto text = fillIn(message->text, device);
     outcome.sentence = std::string{"reported as "} + message->messageId + ", " +
@@ -73,12 +83,15 @@ Outcome explainCper(const std::vector<std::uint8_t>& record) {
     return outcome;
 }
 
-/** A CPER begins with its signature, or has it behind four bytes that stand in front of it. */
+/** A CPER begins with its signature, or has it behind four bytes that stand in front of it. In a
+ *  record of JSON these four can only be what comes before the first member's name. */
 bool looksLikeCper(const std::vector<std::uint8_t>& bytes) {
     constexpr std::string_view signature{"CPER"};
     const std::string_view head{reinterpret_cast<const char*>(bytes.data()),
                                 std::min<std::size_t>(bytes.size(), 8)};
-    return head.starts_with(signature) || (head.size() == 8 && head.ends_with(signature));
+    return head.starts_with(signature) ||
+           (head.size() == 8 && head.ends_with(signature) &&
+            head.substr(0, 4).find_first_not_of(" \t\r\n{\"") != std::string_view::npos);
 }
 
 Outcome explainFile(const std::string& file, const std::string& kind) {
@@ -89,6 +102,9 @@ Outcome explainFile(const std::string& file, const std::string& kind) {
     const bool isCper = kind.empty() ? looksLikeCper(bytes) : kind == "cper";
     auto outcome = isCper ? explainCper(bytes) : explainEvent(bytes);
     outcome.details["kind"] = isCper ? "cper" : "event";
+    if (kind.empty() && outcome.sentence.starts_with("not reported: it is no JSON:")) {
+        outcome.sentence += " (without a CPER's signature; --as=cper takes it for one)";
+    }
     return outcome;
 }
 

@@ -30,7 +30,7 @@ using Event = std::unique_ptr<sd_event, UnrefEvent>;
 /** Tells what happens to the daemon until it is interrupted or nobody listens any more. */
 class Watch {
 public:
-    Watch(Daemon& daemon, bool json) : bus_{daemon.bus()}, json_{json} {
+    Watch(Daemon& daemon, bool json) : daemon_{daemon}, bus_{daemon.bus()}, json_{json} {
         sd_event* made = nullptr;
         check(sd_event_new(&made));
         event_.reset(made);
@@ -39,8 +39,12 @@ public:
                                   "PropertiesChanged", call<&Watch::propertiesChanged>, this));
         check(sd_bus_add_match(bus_, nullptr, ownerMatch, call<&Watch::ownerChanged>, this));
         const auto owner = daemon.owner();
-        owner ? tellOwner("present", "the daemon is there", owner->uniqueName)
-              : tellOwner("absent", "the daemon is not there", "");
+        if (owner) {
+            tellOwner("present", "the daemon is there", owner->uniqueName);
+            askForProperties();
+        } else {
+            tellOwner("absent", "the daemon is not there", "");
+        }
     }
 
     void run() {
@@ -99,19 +103,41 @@ private:
         if (std::string_view{interface} != interfaceName) {
             return;
         }
+        tellProperties("changed", message);
+    }
+
+    /** The answer is told when it comes. A daemon that has gone again is not started for it. */
+    void askForProperties() {
+        const auto request = daemon_.newPropertiesCall();
+        check(sd_bus_message_set_auto_start(request.get(), 0));
+        check(sd_bus_call_async(bus_, nullptr, request.get(), call<&Watch::propertiesAnswered>,
+                                this, 0));
+    }
+
+    void propertiesAnswered(sd_bus_message* reply) {
+        if (sd_bus_message_is_method_error(reply, nullptr) == 0) {
+            tellProperties("current", reply);
+        }
+    }
+
+    void tellProperties(const char* event, sd_bus_message* message) const {
         for (const auto& [name, value] : readProperties(message)) {
             Json::Value object;
             object["property"] = name;
             object["value"] = toJson(value);
-            tell("changed", name + " = " + toText(value), std::move(object));
+            tell(event, name + " = " + toText(value), std::move(object));
         }
     }
 
     void ownerChanged(sd_bus_message* message) {
         const char* owner = nullptr;
         check(sd_bus_message_read(message, "sss", nullptr, nullptr, &owner));
-        *owner != '\0' ? tellOwner("appeared", "the daemon has appeared", owner)
-                       : tellOwner("vanished", "the daemon has vanished", "");
+        if (*owner != '\0') {
+            tellOwner("appeared", "the daemon has appeared", owner);
+            askForProperties();
+        } else {
+            tellOwner("vanished", "the daemon has vanished", "");
+        }
     }
 
     void tellOwner(const char* event, const std::string& text, const std::string& owner) const {
@@ -134,6 +160,7 @@ private:
         }
     }
 
+    Daemon& daemon_;
     sd_bus* bus_;
     bool json_;
     Event event_;

@@ -60,7 +60,7 @@ std::chrono::microseconds parseTimeout(const std::string& text) {
     char* end = nullptr;
     const double seconds = std::strtod(text.c_str(), &end);
     if (text.empty() || *end != '\0' || !(seconds >= 0 && seconds <= aYear)) {
-        failUsage("--timeout takes a number of seconds, not '" + text + "'");
+        failUsage("--timeout takes a number of seconds, a year's at most, not '" + text + "'");
     }
     return std::chrono::microseconds{static_cast<std::int64_t>(std::ceil(seconds * 1e6))};
 }
@@ -75,6 +75,12 @@ void apply(const Given& given, const CommandRow& command, Options& options) {
                                                     : std::chrono::microseconds{command.timeout};
     if (given.contains(optionBus)) {
         options.bus = given.at(optionBus);
+        if (options.bus != "system" && options.bus != "session" &&
+            options.bus.find(':') == std::string::npos) {
+            failUsage(
+                "--bus takes system, session or an address such as unix:path=/run/bus, not '" +
+                options.bus + "'");
+        }
     }
     if (given.contains(optionAs)) {
         options.kind = given.at(optionAs);

@@ -15,20 +15,6 @@ namespace {
 
 constexpr auto programName = "tavriskctl";
 
-const char* resultWord(Exit status) {
-    switch (status) {
-    case Exit::accepted:
-        return "accepted";
-    case Exit::refused:
-        return "refused";
-    case Exit::usage:
-        return "usage";
-    case Exit::unreachable:
-        break;
-    }
-    return "unreachable";
-}
-
 struct Range {
     std::uint32_t first;
     std::uint32_t last;
@@ -69,6 +55,20 @@ std::size_t printableLength(std::string_view text) {
 }
 
 } // namespace
+
+const char* resultWord(Exit status) {
+    switch (status) {
+    case Exit::accepted:
+        return "accepted";
+    case Exit::refused:
+        return "refused";
+    case Exit::usage:
+        return "usage";
+    case Exit::unreachable:
+        break;
+    }
+    return "unreachable";
+}
 
 std::string printable(std::string_view text) {
     constexpr std::string_view digits{"0123456789abcdef"};

@@ -18,6 +18,9 @@ std::string printable(std::string_view text);
 /** Writes the object as one line of ASCII to standard output. */
 void printJson(const Json::Value& object);
 
+/** The word for it in a JSON object. */
+const char* resultWord(Exit status);
+
 /** Tells why a whole command came to nothing. */
 void reportFailure(const Options& options, const Failure& failure);
 

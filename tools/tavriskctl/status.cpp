@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "storage/data_tree.hpp"
 #include "tools/tavriskctl/commands.hpp"
 #include "tools/tavriskctl/daemon.hpp"
 #include "tools/tavriskctl/report.hpp"
 
-#include <algorithm>
 #include <filesystem>
 #include <iomanip>
 #include <iostream>
+#include <optional>
 #include <system_error>
 
 namespace tavrisk::ctl {
@@ -36,15 +37,15 @@ Directory measure(std::string path) {
     return directory;
 }
 
+/** Below the place that the daemon names, or where it is when the daemon does not say. */
 std::vector<Directory> measureAll(const std::vector<Property>& properties) {
-    const auto location =
-        std::find_if(properties.begin(), properties.end(), [](const Property& property) {
-            return property.first == "WUXDataCacheLocation";
-        });
-    if (location == properties.end() || !std::holds_alternative<std::string>(location->second)) {
-        return {};
+    std::string root{dataRoot};
+    root.pop_back();
+    for (const auto& [name, value] : properties) {
+        if (name == "WUXDataCacheLocation" && std::holds_alternative<std::string>(value)) {
+            root = std::get<std::string>(value);
+        }
     }
-    const auto& root = std::get<std::string>(location->second);
     return {measure(root), measure(root + "/dump"), measure(root + "/rawCPER")};
 }
 
@@ -79,36 +80,72 @@ void printRow(const std::string& label, const std::string& text) {
     std::cout << std::left << std::setw(28) << printable(label) << printable(text) << "\n";
 }
 
-void printAsText(const Owner& owner, const std::vector<Property>& properties,
-                 const std::vector<Directory>& directories) {
-    printRow(busName, "running");
-    printRow("owner", owner.uniqueName +
-                          (owner.processId ? ", pid " + std::to_string(*owner.processId) : "") +
-                          (owner.userId ? ", uid " + std::to_string(*owner.userId) : "") +
-                          (owner.command.empty() ? "" : ", " + owner.command));
-    for (const auto& [name, value] : properties) {
+/** What is known of the daemon; `failure` says why that is not all. */
+struct Seen {
+    std::optional<Owner> owner;
+    std::vector<Property> properties;
+    std::vector<Directory> directories;
+    std::optional<Failure> failure;
+};
+
+/** What can be seen without the daemon, and what it says when it answers. */
+Seen look(const Options& options) {
+    Seen seen;
+    try {
+        Daemon daemon{options.bus, options.timeout};
+        seen.owner = daemon.owner();
+        if (!seen.owner) {
+            throw Failure{Exit::unreachable,
+                          std::string{"the daemon is not running: nobody owns "} + busName};
+        }
+        seen.properties = daemon.properties();
+    } catch (const Failure& failure) {
+        seen.failure = failure;
+    }
+    seen.directories = measureAll(seen.properties);
+    return seen;
+}
+
+void printAsText(const Seen& seen) {
+    if (seen.owner) {
+        printRow(busName, seen.failure ? "does not answer" : "running");
+        const auto& owner = *seen.owner;
+        printRow("owner", owner.uniqueName +
+                              (owner.processId ? ", pid " + std::to_string(*owner.processId) : "") +
+                              (owner.userId ? ", uid " + std::to_string(*owner.userId) : "") +
+                              (owner.command.empty() ? "" : ", " + owner.command));
+    }
+    for (const auto& [name, value] : seen.properties) {
         printRow(name, toText(value));
     }
-    for (const auto& directory : directories) {
+    for (const auto& directory : seen.directories) {
         printRow(directory.path, directory.error
                                      ? "cannot be read: " + directory.error.message()
                                      : std::to_string(directory.files) +
                                            (directory.files == 1 ? " file, " : " files, ") +
                                            std::to_string(directory.bytes) + " bytes");
     }
+    if (seen.failure) {
+        std::cout << std::flush;
+        throw *seen.failure;
+    }
 }
 
-void printAsJson(const Owner& owner, const std::vector<Property>& properties,
-                 const std::vector<Directory>& directories) {
+void printAsJson(const Seen& seen) {
     Json::Value object;
     object["command"] = "status";
-    object["result"] = "accepted";
-    object["owner"] = ownerToJson(owner);
-    for (const auto& [name, value] : properties) {
+    object["result"] = resultWord(seen.failure ? seen.failure->status() : Exit::accepted);
+    if (seen.failure) {
+        object["reason"] = seen.failure->what();
+    }
+    if (seen.owner) {
+        object["owner"] = ownerToJson(*seen.owner);
+    }
+    for (const auto& [name, value] : seen.properties) {
         object["properties"][name] = toJson(value);
     }
     object["directories"] = Json::arrayValue;
-    for (const auto& directory : directories) {
+    for (const auto& directory : seen.directories) {
         object["directories"].append(directoryToJson(directory));
     }
     printJson(object);
@@ -117,16 +154,9 @@ void printAsJson(const Owner& owner, const std::vector<Property>& properties,
 } // namespace
 
 Exit status(const Options& options) {
-    Daemon daemon{options.bus, options.timeout};
-    const auto owner = daemon.owner();
-    if (!owner) {
-        throw Failure{Exit::unreachable,
-                      std::string{"the daemon is not running: nobody owns "} + busName};
-    }
-    const auto properties = daemon.properties();
-    const auto directories = measureAll(properties);
-    (options.json ? printAsJson : printAsText)(*owner, properties, directories);
-    return Exit::accepted;
+    const auto seen = look(options);
+    (options.json ? printAsJson : printAsText)(seen);
+    return seen.failure ? seen.failure->status() : Exit::accepted;
 }
 
 } // namespace tavrisk::ctl

@@ -4,6 +4,8 @@
 #include "tools/tavriskctl/input.hpp"
 #include "tools/tavriskctl/report.hpp"
 
+#include <optional>
+
 namespace tavrisk::ctl {
 namespace {
 
@@ -13,11 +15,13 @@ struct Method {
     const char* refusal;
 };
 
-constexpr Method logMethod{"Log",
-                           "refused: the digest did not match or the file could not be written"};
-constexpr Method cperMethod{"CPERlog",
-                            "refused: the digest did not match, or it is too short for a CPER"};
-constexpr Method saveMethod{"Save", "refused: the name is empty or the file could not be written"};
+// The digest is ours and right, so a reply of 1 has another reason.
+constexpr Method logMethod{
+    "Log", "refused: its file could not be written, and the event is reported all the same (do not "
+           "send it again); or no worker could be started. The daemon's log says which"};
+constexpr Method cperMethod{"CPERlog", "refused: it is too short for a CPER, or the daemon has no "
+                                       "memory for it"};
+constexpr Method saveMethod{"Save", "refused: the daemon cannot write a file of the name "};
 
 Outcome meaningOf(std::int32_t reply, const Method& method) {
     switch (reply) {
@@ -41,6 +45,10 @@ Outcome send(Daemon& daemon, const Method& method, const Options& options,
     const auto reply = daemon.submit(method.name, named ? options.name : digest, bytes);
 
     auto outcome = meaningOf(reply, method);
+    if (named) {
+        outcome.sentence += (reply == 0 ? " as '" : "'") + options.name + "'";
+        outcome.details["name"] = options.name;
+    }
     outcome.details["bytes"] = Json::UInt64{bytes.size()};
     outcome.details["digest"] = digest;
     outcome.details["reply"] = reply;
@@ -48,7 +56,7 @@ Outcome send(Daemon& daemon, const Method& method, const Options& options,
 }
 
 Exit submit(const Method& method, const Options& options) {
-    Daemon daemon{options.bus, options.timeout};
+    std::optional<Daemon> daemon;
     Report report{options, options.files.size()};
     for (const auto& file : options.files) {
         Json::Value about;
@@ -59,7 +67,10 @@ Exit submit(const Method& method, const Options& options) {
                 throw Failure{Exit::unreachable,
                               "not sent, because the daemon could not be reached"};
             }
-            return send(daemon, method, options, file);
+            if (!daemon) {
+                daemon.emplace(options.bus, options.timeout);
+            }
+            return send(*daemon, method, options, file);
         });
     }
     return report.finish();
