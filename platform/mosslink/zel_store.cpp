@@ -126,9 +126,18 @@ std::int64_t checkedSchemaVersion(const Connection& connection) {
         if (foreign || connection.queryText("PRAGMA quick_check(1)") != "ok") {
             throw Refused{Refused::Reason::damaged};
         }
+        // Tables of other names or columns do not let themselves be asked for these.
+        if (version >= 1) {
+            Statement{connection, "SELECT sequence, time, message_id, severity, arguments, seq"
+                                  " FROM entries, sqlite_sequence"};
+        }
+        if (version >= 2) {
+            Statement{connection, "SELECT dropped, last_clear FROM state"};
+        }
         return version;
     } catch (const SqliteError& error) {
-        if (error.code() == SQLITE_NOTADB || error.code() == SQLITE_CORRUPT) {
+        if (error.code() == SQLITE_NOTADB || error.code() == SQLITE_CORRUPT ||
+            error.code() == SQLITE_ERROR) {
             throw Refused{Refused::Reason::damaged};
         }
         throw;

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <sstream>
 
+using ::testing::AllOf;
 using ::testing::HasSubstr;
 
 namespace {
@@ -26,6 +27,8 @@ std::string outputOf(const std::string& arguments, const std::string& with = "")
     run(arguments, with);
     return readFile("/run/out");
 }
+
+constexpr auto unprivileged = "setpriv --bounding-set=-all --inh-caps=-all";
 
 Json::Value parsed(const std::string& json) {
     Json::Value value;
@@ -68,6 +71,8 @@ TEST_F(Zelctl, CombinesItsFilters) {
         {"list --reverse --limit 2", "1 2 "},
         {"list --since 2025-01-02T10:00:00.500Z --until 2025-01-02T11:00:00.500+01:00", "2 "},
         {"list --since '2025-01-02 10:00' --until -1h30m --severity warning -n1", "3 "},
+        {"list --since '2025-01-02 10:00:00' --until '2025-01-02 10:00:00'", "3 2 "},
+        {"list --until 2025-01-02 --reverse", "1 2 3 "},
         {"list --device gpu1", "2 "},
         {"list --severity other --reverse", "4 5 "},
         {"list --after 1 --until 2025-01-03 --id hmc0002", "3 "},
@@ -111,6 +116,10 @@ TEST_F(Zelctl, SaysWhyItCannot) {
     };
     expect("list --db /run/none", 1, "/run/none: No such file");
     expect("verify --db /etc/passwd", 1, "damaged, or no event log");
+    expect("list --db /run", 1, "/run: is not a file");
+    tavrisk::zel::Connection{"/run/other", SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE}.execute(
+        "CREATE TABLE entries (x); PRAGMA user_version = 1");
+    expect("list --db /run/other", 1, "damaged, or no event log");
     expect("show 6", 1, "no entry 6");
     expect("clear", 2, "--yes");
     expect("list --since yesterday", 2, "\"yesterday\" is no time");
@@ -118,7 +127,14 @@ TEST_F(Zelctl, SaysWhyItCannot) {
     expect("clear --yes", 0, "5");
     add("2025-01-01T10:00:00.000Z", "HMC0001", 1, "GPU0");
     expect("list", 0, "6  2025");
-    tavrisk::zel::Connection{path, SQLITE_OPEN_READWRITE}.execute("PRAGMA user_version = 3");
+    const tavrisk::zel::Connection database{path, SQLITE_OPEN_READWRITE};
+    database.execute("UPDATE entries SET arguments = 'x'; UPDATE sqlite_sequence SET seq = 5;"
+                     "DELETE FROM state");
+    expect("verify", 1,
+           "the last sequence number is not remembered and would be used again\n"
+           "entry 6 has no list of arguments\n"
+           "the count of dropped entries and the last clearing are missing\n");
+    database.execute("PRAGMA user_version = 3");
     for (const auto* command : {"list", "stats", "verify", "clear --yes", "follow", "show 6"}) {
         expect(command, 1, "later version");
     }
@@ -128,7 +144,6 @@ TEST_F(Zelctl, SaysWhyItCannot) {
 }
 
 TEST_F(Zelctl, ReadsWithoutTheRightToWrite) {
-    constexpr auto unprivileged = "setpriv --bounding-set=-all --inh-caps=-all";
     const auto expected = outputOf("list");
     std::filesystem::permissions(directory, std::filesystem::perms{0555});
     EXPECT_EQ(outputOf("list", unprivileged), expected);
@@ -177,7 +192,17 @@ TEST_F(Zelctl, PrintsWhatItsSchemaPromises) {
     expectPromised("show 3", "shownEntry");
     expectPromised("stats", "stats");
     EXPECT_EQ(output("show 6")["rawFiles"][0], file);
+    EXPECT_FALSE(output("show 6")["rawFilesAreGuess"].asBool());
     EXPECT_TRUE(output("show 1")["rawFiles"].empty());
+    // What was saved and cleared is found where it was saved; what was kept long before is
+    // doubtful.
+    const auto saved = "/mmc1/hmc/x." + std::to_string(seconds - 9);
+    std::filesystem::create_directories("/mmc1/hmc");
+    std::filesystem::copy(file, saved);
+    std::filesystem::remove(file);
+    EXPECT_THAT(outputOf("show 6"), AllOf(HasSubstr(saved), HasSubstr("a guess: kept 9 s before")));
+    std::filesystem::permissions("/mmc1/hmc", std::filesystem::perms::none);
+    EXPECT_THAT(outputOf("show 6", unprivileged), HasSubstr("cannot be told: /mmc1/hmc/: Permis"));
     std::filesystem::remove_all(directory);
     expectPromised("stats", "stats");
     expectPromised("verify", "verification");

@@ -74,8 +74,12 @@ private:
         }
         const auto next = health.entries != 0 ? health.first : health.highest + 1;
         if (*position_ != 0 && next > *position_ + 1) {
-            std::cerr << "zelctl: entries " << *position_ + 1 << " to " << next - 1
-                      << " were removed before they could be read\n";
+            const auto first = *position_ + 1;
+            std::cerr << "zelctl: "
+                      << (next - 1 == first ? "entry " + std::to_string(first) + " was"
+                                            : "entries " + std::to_string(first) + " to " +
+                                                  std::to_string(next - 1) + " were")
+                      << " removed before they could be read\n";
         }
     }
 

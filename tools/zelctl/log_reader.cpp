@@ -7,11 +7,13 @@
 #include <json/value.h>
 
 #include <strings.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstring>
 #include <exception>
 #include <limits>
@@ -76,9 +78,33 @@ bool mustBeReadAsItStands(const std::string& path) {
     return !exists(path + "-wal") && access(directory.c_str(), W_OK) != 0;
 }
 
+/** Whoever opens the database first restores the write-ahead log and keeps writers waiting for that
+ *  moment: it must not be drawn out until somebody brings a stopped job back. */
+class NoStops {
+public:
+    NoStops() {
+        sigset_t stops{};
+        sigemptyset(&stops);
+        for (const int signal : {SIGTSTP, SIGTTIN, SIGTTOU}) {
+            sigaddset(&stops, signal);
+        }
+        sigprocmask(SIG_BLOCK, &stops, &before_);
+    }
+    ~NoStops() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+    NoStops(const NoStops&) = delete;
+    NoStops& operator=(const NoStops&) = delete;
+
+private:
+    sigset_t before_{};
+};
+
 Connection connect(const std::string& path, bool immutable) {
-    if (access(path.c_str(), R_OK) != 0) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0 || access(path.c_str(), R_OK) != 0) {
         throw Problem{path + ": " + std::strerror(errno)}; // NOLINT(concurrency-mt-unsafe)
+    }
+    if (!S_ISREG(status.st_mode)) {
+        throw Problem{path + ": is not a file"};
     }
     constexpr int flags = SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX;
     Connection connection = immutable ? Connection{immutableUri(path), flags | SQLITE_OPEN_URI}
@@ -87,8 +113,8 @@ Connection connect(const std::string& path, bool immutable) {
     return connection;
 }
 
-/** The strings of a JSON array. Whatever else stands there counts as one argument. */
-std::vector<std::string> parseArguments(const std::string& json) {
+/** The strings of a JSON array; nothing when there is something else. */
+std::optional<std::vector<std::string>> parseArguments(const std::string& json) {
     try {
         Json::Value root;
         const std::unique_ptr<Json::CharReader> reader{Json::CharReaderBuilder{}.newCharReader()};
@@ -102,7 +128,7 @@ std::vector<std::string> parseArguments(const std::string& json) {
         }
     } catch (const std::exception&) { // Nested too deeply, or no strings.
     }
-    return {json};
+    return std::nullopt;
 }
 
 bool contains(std::string_view text, std::string_view part) {
@@ -135,7 +161,10 @@ LogReader::LogReader(const std::string& path, bool immutable)
 
 LogReader LogReader::open(const std::string& path) {
     try {
-        return patiently([&path] { return LogReader{path, mustBeReadAsItStands(path)}; });
+        return patiently([&path] {
+            const NoStops whileOpening;
+            return LogReader{path, mustBeReadAsItStands(path)};
+        });
     } catch (const zel::Refused& refused) {
         throw Problem{path +
                       (refused.reason() == zel::Refused::Reason::newer
@@ -143,7 +172,10 @@ LogReader LogReader::open(const std::string& path) {
                            : " is damaged, or no event log") +
                       "; it is left as it is"};
     } catch (const SqliteError& error) {
-        throw Problem{path + " cannot be read: " + error.what()};
+        throw Problem{path + " cannot be read: " + error.what() +
+                      (exists(path + "-wal") && !exists(path + "-shm")
+                           ? "; its -shm file is missing, and cannot be made beside it"
+                           : "")};
     }
 }
 
@@ -227,7 +259,7 @@ std::vector<LogEntry> LogReader::page(const Filter& filter, bool oldestFirst,
     std::vector<LogEntry> entries;
     while (query.step()) {
         entries.push_back({query.integer(0), query.text(1), query.text(2), query.integer(3),
-                           parseArguments(query.text(4))});
+                           parseArguments(query.text(4)).value_or(std::vector{query.text(4)})});
     }
     return entries;
 }
@@ -261,9 +293,26 @@ std::vector<std::string> LogReader::findDamage() const {
                 damage.push_back(std::to_string(gap.integer(0)) +
                                  " entries are missing between the first and the last");
             }
+            findDamagedEntries(damage);
+        }
+        if (schemaVersion_ >= 2 && connection_.queryInteger("SELECT count(*) FROM state") != 1) {
+            damage.emplace_back("the count of dropped entries and the last clearing are missing");
         }
         return damage;
     });
+}
+
+void LogReader::findDamagedEntries(std::vector<std::string>& damage) const {
+    if (connection_.queryInteger("SELECT coalesce((SELECT max(sequence) FROM entries), 0) >"
+                                 " coalesce((SELECT max(seq) FROM sqlite_sequence), 0)") != 0) {
+        damage.emplace_back("the last sequence number is not remembered and would be used again");
+    }
+    Statement entries{connection_, "SELECT sequence, arguments FROM entries"};
+    while (entries.step()) {
+        if (!parseArguments(entries.text(1))) {
+            damage.push_back("entry " + entries.text(0) + " has no list of arguments");
+        }
+    }
 }
 
 bool LogReader::hasMoved() const {

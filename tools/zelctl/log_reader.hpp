@@ -89,6 +89,7 @@ private:
 
     [[nodiscard]] std::vector<LogEntry> page(const Filter& filter, bool oldestFirst,
                                              std::int64_t beyond) const;
+    void findDamagedEntries(std::vector<std::string>& damage) const;
 
     bool immutable_; // taken as a file that nobody writes to
     zel::Connection connection_;

@@ -80,10 +80,14 @@ int run(const Options& options) {
         return done;
     }
     const auto path = options.database.value_or(platform::zelPath);
+    if (path.empty()) {
+        throw UsageError{"--db needs a path"};
+    }
     try {
         return runCommand(path, options);
     } catch (const zel::SqliteError& error) {
-        throw Problem{path + ": " + error.what()};
+        const bool readOnly = error.code() == SQLITE_READONLY;
+        throw Problem{path + ": " + (readOnly ? "this user may not write to it" : error.what())};
     }
 }
 

@@ -29,7 +29,8 @@ Usage:
 
 Filters, in any combination:
   --since TIME           entries from that time on
-  --until TIME           entries up to that time
+  --until TIME           entries up to that time, with all of its day, minute
+                         or second when it says no more
   --severity WORD        critical, warning or other
   --id ID                a message, such as HMC0005
   --device TEXT          devices with TEXT in their name, in either case
@@ -124,8 +125,8 @@ std::int64_t number(std::string_view text, std::int64_t smallest, const char* wh
     return value;
 }
 
-std::string time(const char* text, const char* what) {
-    if (const auto utc = parseTime(text, now())) {
+std::string time(const char* text, const char* what, Bound bound) {
+    if (const auto utc = parseTime(text, now(), bound)) {
         return *utc;
     }
     throw UsageError{std::string{what} + ": \"" + text + "\" is no time (see zelctl --help)"};
@@ -162,10 +163,10 @@ void apply(int option, Options& options) {
         options.json = true;
         break;
     case since:
-        options.filter.since = time(optarg, "--since");
+        options.filter.since = time(optarg, "--since", Bound::first);
         break;
     case until:
-        options.filter.until = time(optarg, "--until");
+        options.filter.until = time(optarg, "--until", Bound::last);
         break;
     case severity:
         options.filter.severity = severityNamed(optarg);

@@ -32,6 +32,9 @@ using std::chrono::seconds;
 // A submission may have waited for the database.
 constexpr seconds longestDelay{60};
 
+// Where the retention script saves the data tree, under the same names and with the same times.
+constexpr auto savedRoot = "/mmc1/hmc/";
+
 using Bytes = std::vector<std::uint8_t>;
 
 struct Free {
@@ -109,20 +112,25 @@ public:
     }
 
     void in(const Place& place) {
-        std::error_code unreadable;
-        for (const auto& file : fs::directory_iterator{place.directory, unreadable}) {
+        std::error_code error;
+        const fs::directory_iterator files{place.directory, error};
+        if (error && error != std::errc::no_such_file_or_directory && found_.unreadable.empty()) {
+            found_.unreadable = place.directory.string() + ": " + error.message();
+        }
+        for (const auto& file : files) {
             if (const auto kept = place.secondsOf(file.path())) {
                 consider(place, file, entrySeconds_ - seconds{*kept});
             }
         }
     }
 
-    [[nodiscard]] std::vector<std::string> closest() const { return closest_; }
+    [[nodiscard]] const RawFiles& found() const { return found_; }
 
 private:
     void consider(const Place& place, const fs::directory_entry& file, seconds delay) {
         std::error_code gone;
-        if (delay < seconds{0} || delay > shortestDelay_ || !file.is_regular_file(gone)) {
+        const auto longest = found_.paths.empty() ? longestDelay : found_.delay;
+        if (delay < seconds{0} || delay > longest || !file.is_regular_file(gone)) {
             return;
         }
         const auto raw = readFile(file.path());
@@ -130,26 +138,29 @@ private:
         if (!record || !wouldMake(entry_, *record)) {
             return;
         }
-        if (delay < shortestDelay_) {
-            closest_.clear();
-            shortestDelay_ = delay;
+        if (delay < longest) {
+            found_.paths.clear();
         }
-        closest_.push_back(file.path().string());
+        found_.delay = delay;
+        found_.paths.push_back(file.path().string());
     }
 
     const LogEntry& entry_;
     seconds entrySeconds_{0};
-    seconds shortestDelay_ = longestDelay;
-    std::vector<std::string> closest_;
+    RawFiles found_;
 };
 
 } // namespace
 
-std::vector<std::string> findRawFiles(const LogEntry& entry) {
+RawFiles findRawFiles(const LogEntry& entry) {
     Search search{entry};
-    search.in({dataRoot, secondsInName, asItIs});
-    search.in({dataRoot + std::string{"rawCPER"}, secondsOfWriting, toSummary});
-    return search.closest();
+    for (const std::string root : {dataRoot, savedRoot}) {
+        if (search.found().paths.empty()) {
+            search.in({root, secondsInName, asItIs});
+            search.in({root + "rawCPER", secondsOfWriting, toSummary});
+        }
+    }
+    return search.found();
 }
 
 } // namespace tavrisk::zelctl

@@ -15,6 +15,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <cwchar>
 
 namespace tavrisk::zelctl {
 namespace {
@@ -48,6 +49,29 @@ std::string escape(const platform::Character& character) {
     return {text.data(), static_cast<std::size_t>(length)};
 }
 
+/** Columns that the character takes on a terminal; an escape takes one a byte. */
+std::size_t columnsOf(const platform::Character& character) {
+    const int columns = character.valid ? wcwidth(static_cast<wchar_t>(character.codePoint)) : 1;
+    return static_cast<std::size_t>(std::max(columns, 0));
+}
+
+/** Where a line has to end of which `room` columns are there: behind its last blank, or where the
+ *  columns end. */
+std::size_t lineLength(std::string_view text, std::size_t room) {
+    std::size_t columns = 0;
+    std::size_t afterBlank = 0;
+    for (std::size_t at = 0; at < text.size();) {
+        const auto character = platform::firstCharacter(text.substr(at));
+        columns += columnsOf(character);
+        if (columns > room) {
+            return afterBlank != 0 ? afterBlank : at;
+        }
+        at += character.length;
+        afterBlank = character.codePoint == ' ' ? at : afterBlank;
+    }
+    return text.size();
+}
+
 std::string wrapped(const Style& style, const char* code, const std::string& text) {
     return style.colour ? "\x1b[" + std::string{code} + "m" + text + "\x1b[0m" : text;
 }
@@ -56,6 +80,18 @@ const char* environment(const char* variable) {
     const char* const value = std::getenv(variable); // NOLINT(concurrency-mt-unsafe)
     return value != nullptr ? value : "";
 }
+
+/** To such a one a byte of a longer character could be a command of its own. */
+bool isTerminalWithoutUtf8() {
+    static const bool answer = [] {
+        const auto style = Style::ofStandardOutput();
+        return style.terminal && !style.utf8;
+    }();
+    return answer;
+}
+
+// Of a longer message, a list shows the beginning; `show` has it whole.
+constexpr std::size_t mostMessageLines = 4;
 
 constexpr std::size_t timeWidth = 19;
 constexpr std::size_t severityWidth = 8;
@@ -76,11 +112,34 @@ Style Style::ofStandardOutput() {
     return style;
 }
 
+std::string hanging(const Style& style, std::size_t indent, std::string_view text,
+                    std::size_t mostLines) {
+    constexpr std::size_t leastRoom = 20;
+    const auto width = static_cast<std::size_t>(style.width);
+    if (!style.terminal || width < indent + leastRoom) {
+        return std::string{text};
+    }
+    std::string result;
+    for (std::size_t lines = 1;; ++lines) {
+        if (lines > mostLines) {
+            return result + "...";
+        }
+        const auto length = lineLength(text, width - indent);
+        result += text.substr(0, length);
+        text.remove_prefix(length);
+        if (text.empty()) {
+            return result;
+        }
+        result += "\n" + std::string(indent, ' ');
+    }
+}
+
 std::string harmless(std::string_view text) {
     std::string result;
     while (!text.empty()) {
         const auto character = platform::firstCharacter(text);
-        if (!character.valid || character.isControl() || isInvisible(character.codePoint)) {
+        if (!character.valid || character.isControl() || isInvisible(character.codePoint) ||
+            (character.length > 1 && isTerminalWithoutUtf8())) {
             result += escape(character);
         } else {
             result += text.substr(0, character.length);
@@ -128,10 +187,13 @@ std::string emphasised(const Style& style, const std::string& text) {
 
 std::string entryLine(const Style& style, const LogEntry& entry, std::size_t sequenceWidth) {
     const auto sequence = std::to_string(entry.sequence);
-    return std::string(std::max(sequenceWidth, sequence.size()) - sequence.size(), ' ') + sequence +
-           "  " + padded(localTimeText(entry.time), timeWidth) + "  " +
+    const auto sequenceColumns = std::max(sequenceWidth, sequence.size());
+    const auto beside = sequenceColumns + timeWidth + severityWidth + messageIdWidth + 8;
+    return std::string(sequenceColumns - sequence.size(), ' ') + sequence + "  " +
+           padded(localTimeText(entry.time), timeWidth) + "  " +
            coloured(style, entry.severity(), padded(name(entry.severity()), severityWidth)) + "  " +
-           padded(harmless(entry.messageId), messageIdWidth) + "  " + harmless(messageText(entry));
+           padded(harmless(entry.messageId), messageIdWidth) + "  " +
+           hanging(style, beside, harmless(messageText(entry)), mostMessageLines);
 }
 
 std::string titleLine(const Style& style, std::size_t sequenceWidth) {

@@ -24,6 +24,11 @@ struct Style {
  *  a command, or that would make it show something else than what is there. */
 std::string harmless(std::string_view text);
 
+/** The text broken into lines for a terminal, all but the first indented by `indent` columns, where
+ *  the first is taken to begin; what goes beyond `mostLines` is left out. */
+std::string hanging(const Style& style, std::size_t indent, std::string_view text,
+                    std::size_t mostLines = std::string_view::npos);
+
 /** The catalogue's text with the entry's device filled in; for a message that it does not have,
  *  what the log knows. */
 std::string messageText(const LogEntry& entry);

@@ -11,17 +11,29 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-void putAll(const char* label, const Texts& texts, const char* otherwise) {
+void putAll(const Style& style, std::string label, const Texts& texts,
+            const std::string& otherwise) {
+    const auto indent = label.size();
     if (texts.empty()) {
-        putLine(std::string{label} + otherwise);
+        putLine(label + harmless(otherwise));
     }
     for (const auto& text : texts) {
-        putLine(label + harmless(text));
-        label = "             ";
+        putLine(label + hanging(style, indent, harmless(text)));
+        label.assign(indent, ' ');
     }
 }
 
-void putText(const LogEntry& entry, const Texts& rawFiles) {
+void putRawFiles(const Style& style, const RawFiles& found) {
+    const auto* const label = found.paths.size() > 1 ? "  One of     " : "  Raw file   ";
+    putAll(style, label, found.paths,
+           found.unreadable.empty() ? "no longer there" : "cannot be told: " + found.unreadable);
+    if (found.isGuess()) {
+        putLine("             (a guess: kept " + std::to_string(found.delay.count()) +
+                " s before the entry, perhaps of an earlier report)");
+    }
+}
+
+void putText(const LogEntry& entry, const RawFiles& rawFiles) {
     const auto style = Style::ofStandardOutput();
     const auto time = fromLogTime(entry.time);
     putLine(emphasised(style, "Entry " + std::to_string(entry.sequence)));
@@ -29,18 +41,20 @@ void putText(const LogEntry& entry, const Texts& rawFiles) {
             (time ? localTime(*time, "%F %T %z") + " (" + entry.time + ")" : harmless(entry.time)));
     putLine("  Severity   " + coloured(style, entry.severity(), name(entry.severity())) + " (" +
             std::to_string(entry.severityCode) + ")");
-    putLine("  Message    " + harmless(entry.messageId) + ": " + harmless(messageText(entry)));
-    putAll("  Arguments  ", entry.arguments, "none");
-    // Several fit as well when the same was reported more than once in that second.
-    putAll(rawFiles.size() > 1 ? "  One of     " : "  Raw file   ", rawFiles, "no longer there");
+    putAll(style, "  Message    ", {entry.messageId + ": " + messageText(entry)}, "");
+    putAll(style, "  Arguments  ", entry.arguments, "none");
+    putRawFiles(style, rawFiles);
 }
 
-void putJson(const LogEntry& entry, const Texts& rawFiles) {
+void putJson(const LogEntry& entry, const RawFiles& rawFiles) {
     auto value = toJson(entry);
     value["rawFiles"] = Json::arrayValue;
-    for (const auto& file : rawFiles) {
+    for (const auto& file : rawFiles.paths) {
         value["rawFiles"].append(file);
     }
+    value["rawFilesAreGuess"] = rawFiles.isGuess();
+    value["rawFilesUnreadable"] =
+        rawFiles.unreadable.empty() ? Json::Value{} : Json::Value{rawFiles.unreadable};
     putLine(jsonLine(value));
 }
 

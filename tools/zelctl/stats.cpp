@@ -30,7 +30,7 @@ struct Statistics {
     Counts bySeverity{{"critical", 0}, {"warning", 0}, {"other", 0}};
     Counts byMessageId;
     Counts byDevice;
-    std::vector<TimePoint> times; // of the matching entries, oldest first
+    std::vector<TimePoint> times; // of the matching entries
 };
 
 std::int64_t bytesOnDisk(const std::string& path) {
@@ -70,7 +70,6 @@ Statistics collect(const std::string& path, const LogReader* reader, const Filte
         }
         return true;
     });
-    std::sort(statistics.times.begin(), statistics.times.end());
     return statistics;
 }
 
@@ -216,10 +215,26 @@ std::chrono::seconds barPeriod(std::chrono::milliseconds span, int rows) {
     return ceil<seconds>(span / rows);
 }
 
-/** The last round local time up to this one. */
-TimePoint roundDown(TimePoint time, std::chrono::seconds period) {
-    const auto beyond = (time.time_since_epoch() + localOffset(time)) % period;
-    return time - (beyond.count() < 0 ? beyond + period : beyond);
+/** The last round reading of the clock up to this one; weeks begin on Mondays. */
+TimePoint roundDown(TimePoint reading, std::chrono::seconds period) {
+    using namespace std::chrono;
+    const TimePoint aMonday = sys_days{1970y / January / 5};
+    const auto origin = period == weeks{1} ? aMonday : TimePoint{};
+    const auto beyond = (reading - origin) % period;
+    return reading - (beyond.count() < 0 ? beyond + period : beyond);
+}
+
+/** Takes off the times of a clock that was not set yet: they would make all others one bar. */
+std::int64_t takeOffUnsetClock(std::vector<TimePoint>& readings) {
+    using namespace std::chrono;
+    const TimePoint plausible = sys_days{2020y / January / 1};
+    const auto first = std::lower_bound(readings.begin(), readings.end(), plausible);
+    if (first == readings.end()) {
+        return 0;
+    }
+    const auto count = first - readings.begin();
+    readings.erase(readings.begin(), first);
+    return count;
 }
 
 void putChart(const std::vector<TimePoint>& times, const Style& style) {
@@ -227,11 +242,15 @@ void putChart(const std::vector<TimePoint>& times, const Style& style) {
     if (times.empty()) {
         return;
     }
-    const auto period = barPeriod(times.back() - times.front(), mostRows);
-    const auto start = roundDown(times.front(), period);
+    std::vector<TimePoint> readings(times.size());
+    std::transform(times.begin(), times.end(), readings.begin(), clockReading);
+    std::sort(readings.begin(), readings.end());
+    const auto unset = takeOffUnsetClock(readings);
+    const auto period = barPeriod(readings.back() - readings.front(), mostRows);
+    const auto start = roundDown(readings.front(), period);
     std::vector<std::int64_t> bars;
-    for (const auto time : times) {
-        const auto bar = static_cast<std::size_t>((time - start) / period);
+    for (const auto reading : readings) {
+        const auto bar = static_cast<std::size_t>((reading - start) / period);
         bars.resize(std::max(bars.size(), bar + 1));
         ++bars[bar];
     }
@@ -241,13 +260,16 @@ void putChart(const std::vector<TimePoint>& times, const Style& style) {
     const std::int64_t room = std::clamp(style.width - besideBar, 10, 60);
     putLine("");
     putLine(emphasised(style, "Over time"));
+    if (unset != 0) {
+        putLine(padded("  before 2020", 18) + rightAligned(unset, 8) + "  (the clock was not set)");
+    }
     for (std::size_t i = 0; i < bars.size(); ++i) {
         const auto begin = start + static_cast<std::int64_t>(i) * period;
         std::string bar;
         for (std::int64_t step = (bars[i] * room + highest - 1) / highest; step > 0; --step) {
             bar += style.utf8 ? "\u2588" : "#";
         }
-        putLine("  " + localTime(begin, "%F %H:%M") + rightAligned(bars[i], 8) + "  " + bar);
+        putLine("  " + readingText(begin, "%F %H:%M") + rightAligned(bars[i], 8) + "  " + bar);
     }
 }
 

@@ -67,8 +67,14 @@ std::optional<year_month_day> scanDate(Scanner& scanner) {
     return date.ok() ? std::optional{date} : std::nullopt;
 }
 
+struct TimeOfDay {
+    milliseconds time{0};
+    /** How much of time its text stands for: a day when there is none, a minute, a second … */
+    milliseconds extent{days{1}};
+};
+
 /** "23:59", "23:59:59" or "23:59:59.999". */
-std::optional<milliseconds> scanTimeOfDay(Scanner& scanner) {
+std::optional<TimeOfDay> scanTimeOfDay(Scanner& scanner) {
     const auto h = scanner.number(2, 2);
     const auto colon = scanner.anyOf(":");
     const auto m = scanner.number(2, 2);
@@ -76,12 +82,14 @@ std::optional<milliseconds> scanTimeOfDay(Scanner& scanner) {
         return {};
     }
     milliseconds time = hours{*h} + minutes{*m};
+    milliseconds extent = minutes{1};
     if (scanner.anyOf(":")) {
         const auto s = scanner.number(2, 2);
         if (!s || *s > 59) {
             return {};
         }
         time += seconds{*s};
+        extent = seconds{1};
         if (scanner.anyOf(".")) {
             int unit = 100;
             std::optional<int> digit = scanner.number(1, 1);
@@ -90,10 +98,11 @@ std::optional<milliseconds> scanTimeOfDay(Scanner& scanner) {
             }
             for (; digit; digit = scanner.number(1, 1), unit /= 10) {
                 time += milliseconds{*digit * unit};
+                extent = milliseconds{std::max(unit, 1)};
             }
         }
     }
-    return time;
+    return TimeOfDay{time, extent};
 }
 
 /** "Z", "+01:00", "+0100" or "+01". */
@@ -108,7 +117,7 @@ std::optional<minutes> scanOffset(Scanner& scanner) {
     }
     const bool colon = scanner.anyOf(":").has_value();
     const auto m = scanner.number(2, 2);
-    if (colon && !m) {
+    if ((colon && !m) || *h > 23 || m.value_or(0) > 59) {
         return {};
     }
     const auto offset = hours{*h} + minutes{m.value_or(0)};
@@ -135,12 +144,12 @@ std::tm toLocal(TimePoint time) {
     return parts;
 }
 
-std::optional<TimePoint> scanPoint(Scanner scanner) {
+std::optional<TimePoint> scanPoint(Scanner scanner, Bound bound) {
     const auto date = scanDate(scanner);
     if (!date) {
         return {};
     }
-    milliseconds timeOfDay{0};
+    TimeOfDay timeOfDay;
     if (scanner.anyOf("T ")) {
         const auto scanned = scanTimeOfDay(scanner);
         if (!scanned) {
@@ -148,14 +157,21 @@ std::optional<TimePoint> scanPoint(Scanner scanner) {
         }
         timeOfDay = *scanned;
     }
+    const auto moment = timeOfDay.time + (bound == Bound::last ? timeOfDay.extent - milliseconds{1}
+                                                               : milliseconds{0});
     if (scanner.atEnd()) {
-        return fromLocal(*date, timeOfDay);
+        return fromLocal(*date, moment);
     }
     const auto offset = scanOffset(scanner);
     if (!offset || !scanner.atEnd()) {
         return {};
     }
-    return sys_days{*date} + timeOfDay - *offset;
+    return sys_days{*date} + moment - *offset;
+}
+
+std::string formatted(const std::tm& parts, const char* format) {
+    std::array<char, 64> text{};
+    return {text.data(), std::strftime(text.data(), text.size(), format, &parts)};
 }
 
 seconds oneOf(char unit) {
@@ -196,14 +212,14 @@ TimePoint now() {
     return floor<milliseconds>(system_clock::now());
 }
 
-std::optional<std::string> parseTime(std::string_view text, TimePoint now) {
+std::optional<std::string> parseTime(std::string_view text, TimePoint now, Bound bound) {
     std::optional<TimePoint> time;
     if (text == "now") {
         time = now;
     } else if (const auto span = scanSpan(Scanner{text})) {
         time = now - *span;
     } else {
-        time = scanPoint(Scanner{text});
+        time = scanPoint(Scanner{text}, bound);
     }
     if (!time) {
         return {};
@@ -213,17 +229,23 @@ std::optional<std::string> parseTime(std::string_view text, TimePoint now) {
 
 std::optional<TimePoint> fromLogTime(std::string_view text) {
     constexpr std::size_t length = std::string_view{"2025-01-31T23:59:59.999Z"}.size();
-    return text.size() == length && text.ends_with('Z') ? scanPoint(Scanner{text}) : std::nullopt;
-}
-
-std::chrono::seconds localOffset(TimePoint time) {
-    return seconds{toLocal(time).tm_gmtoff};
+    return text.size() == length && text.ends_with('Z') ? scanPoint(Scanner{text}, Bound::first)
+                                                        : std::nullopt;
 }
 
 std::string localTime(TimePoint time, const char* format) {
-    const auto parts = toLocal(time);
-    std::array<char, 64> text{};
-    return {text.data(), std::strftime(text.data(), text.size(), format, &parts)};
+    return formatted(toLocal(time), format);
+}
+
+TimePoint clockReading(TimePoint time) {
+    return time + seconds{toLocal(time).tm_gmtoff};
+}
+
+std::string readingText(TimePoint reading, const char* format) {
+    const std::time_t point = floor<seconds>(reading).time_since_epoch().count();
+    std::tm parts{};
+    gmtime_r(&point, &parts);
+    return formatted(parts, format);
 }
 
 } // namespace tavrisk::zelctl

@@ -20,6 +20,8 @@ Findings check(const std::string& path) {
         findings.entries = reader.health().entries;
     } catch (const Problem& problem) {
         findings.problems.emplace_back(problem.what());
+    } catch (const zel::SqliteError& error) {
+        findings.problems.emplace_back(error.what());
     }
     return findings;
 }
