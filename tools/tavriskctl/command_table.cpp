@@ -29,8 +29,9 @@ const std::array<OptionRow, 6> optionRows{{
     {"bus", "BUS", optionBus, nullptr, "system (the default), session or a D-Bus address"},
     {"timeout", "SECONDS", optionTimeout, nullptr,
      "longest wait for a reply, 0 for ever; default "},
-    {"as", "KIND", optionAs, explain, "event or cper; by default, what the file begins like"},
-    {"help", nullptr, optionHelp, nullptr, "show this help, or that of a command"},
+    {"as", "KIND", optionAs, explain,
+     "for explain: event or cper; by default, what the file begins like"},
+    {"help", nullptr, optionHelp, nullptr, "show this help, or that of a command; -h for short"},
     {"version", nullptr, optionVersion, nullptr, "show the version"},
 }};
 

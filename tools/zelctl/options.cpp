@@ -51,7 +51,8 @@ or how long ago, such as "-1h30m" (w, d, h, m and s).
 follow --after SEQ goes on where another run has ended: SEQ is the sequence
 number it printed last. No entry is lost or repeated.
 
-Exit status: 0 done, 1 a problem, told on standard error, 2 wrong usage.)";
+Exit status: 0 done; 1 a problem, told on standard error or found by verify;
+2 wrong usage.)";
 
 namespace {
 
