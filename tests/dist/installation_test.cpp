@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/world.hpp"
+
+#include <array>
+#include <filesystem>
+#include <regex>
+#include <set>
+#include <sstream>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/** What `meson install` is to put into a DESTDIR: name, folder and mode of each file. Where the
+ *  folder is, options and the machine say. */
+struct InstalledFile {
+    const char* name;
+    const char* folder;
+    unsigned mode;
+};
+constexpr std::array embeddedFiles{
+    InstalledFile{"libkelp.so", "", 0755},    InstalledFile{"libmosslink.so.9", "", 0755},
+    InstalledFile{"libwhelk.so.9", "", 0755}, InstalledFile{"wuxRetensionChk.sh", "bin", 0755},
+    InstalledFile{"zelctl", "bin", 0755},     InstalledFile{"zelctl", "completions", 0644},
+    InstalledFile{"zelctl.1", "man1", 0644},  InstalledFile{"zelctl.schema.json", "tavrisk", 0644},
+};
+constexpr std::array daemonFiles{
+    InstalledFile{"com.vorn.bmc.tavrisk.conf", "system.d", 0644},
+    InstalledFile{"com.vorn.bmc.tavrisk.service", "system-services", 0644},
+    InstalledFile{"com.vorn.bmc.tavrisk.xml", "interfaces", 0644},
+    InstalledFile{"tavrisk", "bin", 0755},
+    InstalledFile{"tavrisk.8", "man8", 0644},
+    InstalledFile{"tavrisk.conf", "sysusers.d", 0644},
+    InstalledFile{"tavrisk.conf", "tmpfiles.d", 0644},
+    InstalledFile{"tavrisk.service", "system", 0644},
+    InstalledFile{"tavriskctl", "bin", 0755},
+    InstalledFile{"tavriskctl", "completions", 0644},
+    InstalledFile{"tavriskctl.1", "man1", 0644},
+};
+
+/** "FOLDER/NAME MODE"; the folder of a library is the machine's. */
+std::string described(const std::string& folder, const std::string& name, unsigned mode) {
+    std::ostringstream text;
+    text << (name.starts_with("lib") ? "lib" : folder) << '/' << name << ' ' << std::oct << mode;
+    return text.str();
+}
+
+TEST(Installation, HoldsWhatAnImageNeedsAndNothingElse) {
+    const std::string destination = "/run/destination";
+    fs::remove_all(destination);
+    ASSERT_EQ((Process{{"meson", "install", "-C", std::getenv("TAVRISK_BUILD"), "--no-rebuild",
+                        "--quiet", "--destdir", destination}}
+                   .wait()),
+              0);
+
+    std::multiset<std::string> expected;
+    const auto expect = [&](const auto& files) {
+        for (const auto& [name, folder, mode] : files) {
+            expected.insert(described(folder, name, mode));
+        }
+    };
+    expect(daemonFiles);
+    if (std::getenv("TAVRISK_ZELCTL") != nullptr) {
+        expect(embeddedFiles);
+    }
+
+    std::multiset<std::string> found;
+    for (const auto& entry : fs::recursive_directory_iterator{destination}) {
+        if (entry.is_regular_file() && !entry.is_symlink()) {
+            const auto& path = entry.path();
+            found.insert(described(path.parent_path().filename(), path.filename(),
+                                   static_cast<unsigned>(entry.status().permissions())));
+            const auto content = readFile(path);
+            static const std::regex placeholder{"@[a-z_]+@"};
+            EXPECT_TRUE(content.starts_with("\x7f"
+                                            "ELF") ||
+                        !std::regex_search(content, placeholder))
+                << path;
+        }
+    }
+    EXPECT_EQ(found, expected);
+}
+
+} // namespace
