@@ -7,11 +7,14 @@
 
 #include <kelp.h>
 
+#include <malloc.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdlib>
 #include <exception>
 #include <memory>
+#include <utility>
 
 namespace {
 
@@ -45,7 +48,7 @@ public:
     StoreConnection(const StoreConnection&) = delete;
     StoreConnection& operator=(const StoreConnection&) = delete;
 
-    void* handle() const { return handle_; }
+    [[nodiscard]] void* handle() const { return handle_; }
 
 private:
     void* handle_;
@@ -66,6 +69,19 @@ bool classify(std::span<const std::uint8_t> eventData, Event& event) {
     const bool reportable = checkRedfishData(eventData, event.number, device, event.severity) != 0;
     event.device.reset(device);
     return reportable;
+}
+
+/** Reporting may take long, and many workers may be at it: none keeps its record meanwhile. Nor the
+ *  many small blocks that a large one was parsed into, which the C library would keep for later. */
+void giveBack(std::vector<std::uint8_t> eventData) {
+    constexpr std::size_t large = 128 * 1024;
+    const bool isLarge = eventData.size() >= large;
+    std::vector<std::uint8_t>{}.swap(eventData);
+#ifdef __GLIBC__
+    if (isLarge) {
+        malloc_trim(0);
+    }
+#endif
 }
 
 void report(const Event& event) {
@@ -89,7 +105,9 @@ void report(const Event& event) {
 void zel_wux_fault_logging_thread(std::vector<std::uint8_t> eventData) {
     try {
         Event event;
-        if (classify(eventData, event)) {
+        const bool reportable = classify(eventData, event);
+        giveBack(std::move(eventData));
+        if (reportable) {
             report(event);
         }
     } catch (const std::exception& e) {

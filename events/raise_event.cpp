@@ -51,7 +51,7 @@ public:
     TLVList(const TLVList&) = delete;
     TLVList& operator=(const TLVList&) = delete;
 
-    void* get() const { return list_; }
+    [[nodiscard]] void* get() const { return list_; }
 
 private:
     void* list_;

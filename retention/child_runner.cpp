@@ -94,7 +94,14 @@ void reapLater(pid_t child) {
             }
         }}.detach();
     } catch (const std::system_error&) {
-        // No thread to be had: the child's entry in the process table is left over, no more.
+        // No thread to be had. A killed child is gone in a moment, as a rule.
+        siginfo_t info{};
+        for (int tries = 1000; tries > 0 && info.si_pid == 0; --tries) {
+            if (waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG) != 0) {
+                return;
+            }
+            usleep(1000);
+        }
     }
 }
 

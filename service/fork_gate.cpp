@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <mutex>
 
 namespace tavrisk {
@@ -14,9 +15,14 @@ constinit std::mutex oneForkAtATime;
 constinit std::atomic<int> threadsInside{0};
 constinit std::atomic<int> forkPending{0};
 
-void leave() {
-    if (threadsInside.fetch_sub(1) == 1 && forkPending.load() != 0) {
-        threadsInside.notify_all();
+// A message takes microseconds; one that takes longer hangs in a sink. Then threads that want to
+// log, the bus thread among them, must not wait for it as well.
+constexpr std::chrono::seconds patience{5};
+
+void waitUntilQuiet() {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (threadsInside.load() != 0 && std::chrono::steady_clock::now() < deadline) {
+        usleep(1000);
     }
 }
 
@@ -31,24 +37,21 @@ ForkGate::Pass::Pass() {
         if (forkPending.load() == 0) {
             return;
         }
-        leave();
+        threadsInside.fetch_sub(1);
     }
 }
 
 ForkGate::Pass::~Pass() {
-    leave();
+    threadsInside.fetch_sub(1);
 }
 
 pid_t ForkGate::fork() {
     const std::lock_guard lock{oneForkAtATime};
     forkPending.store(1);
-    for (int inside = threadsInside.load(); inside != 0; inside = threadsInside.load()) {
-        threadsInside.wait(inside);
-    }
-
+    waitUntilQuiet();
     const pid_t child = ::fork();
     if (child == 0) {
-        // A thread that counted itself in and was just about to step back is not in the child.
+        // No thread that has counted itself in is in the child.
         threadsInside.store(0);
     }
     forkPending.store(0);

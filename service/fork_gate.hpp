@@ -11,7 +11,9 @@ namespace tavrisk {
  * library hold such locks. So a fork waits until no thread is inside the log, and threads that want
  * to log wait until the fork is done.
  *
- * A waiting fork goes first, however busily other threads log.
+ * A waiting fork goes first, however busily other threads log. It waits for five seconds at most: a
+ * thread that hangs in a sink for longer costs a child that may hang there too, and is ended by its
+ * alarm, but not the daemon.
  */
 class ForkGate {
 public:

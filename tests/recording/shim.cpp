@@ -13,7 +13,8 @@
 #include <ctime>
 
 // Preloaded into the daemon: a minute passes in 60 ms, the clock can be stopped, and system calls
-// fail on demand. Under an emulator, where a command takes its time, a minute has five times that. Overrides of C library functions, recorded like the platform's.
+// fail on demand. Under an emulator, where a command takes its time, a minute has five times that.
+// Overrides of C library functions, recorded like the platform's.
 
 namespace {
 

@@ -69,7 +69,18 @@ TEST_F(ChildRunner, TellsHowTheCommandEnded) {
     EXPECT_THAT(recorded(), IsSupersetOf({HasSubstr(": Performing /bin/sh -c sleep 0.3\\n"),
                                           HasSubstr(": Waiting for Child to exit\\n")}));
     EXPECT_GT(recordedWith("sleep 1").size(), 60);
+    fail("pthread_create", EAGAIN);
+    EXPECT_EQ(run("sleep 99; :", 1), 0);
+    fail("pthread_create", 0);
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), 0); // No zombie is left.
+}
+
+TEST_F(ChildRunner, IsNotHeldUpForLongByALogCallThatHangs) {
+    fail("hang", 1);
+    const std::jthread hanging{[] { diag_log(8, 7, "hang"); }};
+    EXPECT_TRUE(waitForRecorded("hangs"));
+    EXPECT_EQ(run("exit 0", 1), 0);
+    fail("hang", 0);
 }
 
 TEST_F(ChildRunner, GivesTheCommandAWorldOfItsOwn) {

@@ -127,7 +127,7 @@ void printAsText(const Seen& seen) {
     }
     if (seen.failure) {
         std::cout << std::flush;
-        throw *seen.failure;
+        throw Failure{seen.failure->status(), seen.failure->what()};
     }
 }
 
