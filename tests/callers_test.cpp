@@ -80,12 +80,12 @@ static_assert(std::is_base_of_v<sdbusplus::server::object::object<Binding>, Tavr
     &Binding::_callback_get_WUXDataCacheLocation};
 
 /** The number of a virtual operation among all, as the C++ ABI of Linux has it: a pointer to it
- *  holds 1 plus its offset in the table. The destructor takes the first two. */
+ *  holds its offset in the table, plus 1 except on ARM. The destructor takes the first two. */
 template <typename Operation>
 std::size_t slot(Operation operation) {
     std::size_t stored = 0;
     std::memcpy(&stored, &operation, sizeof stored);
-    return (stored - 1) / sizeof(void*);
+    return stored / sizeof(void*);
 }
 
 template <typename Value>
