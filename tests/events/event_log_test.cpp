@@ -107,8 +107,8 @@ TEST_F(EventLog, PassesArgumentsInOrderAndUpToTheirFirstNul) {
 }
 
 TEST_F(EventLog, TakesARefusedAllocationForSuccess) {
-    if (sanitized) {
-        GTEST_SKIP();
+    if (const auto* why = whyNoMemoryFigures()) {
+        GTEST_SKIP() << why;
     }
     const Lines large(1, std::string(512 << 20, 'x'));
     rlimit limit{};

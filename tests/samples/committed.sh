@@ -1,8 +1,10 @@
 #!/bin/sh
 # The committed CPERs are what their generator makes.
-# usage: committed.sh MAKE_CPER DIRECTORY
+# usage: committed.sh DIRECTORY MAKE_CPER...
 set -eu
+committed=$1
+shift
 made=$(mktemp -d)
 trap 'rm -r "$made"' EXIT
-"$1" "$made"
-diff -r "$made" "$2"
+"$@" "$made"
+diff -r "$made" "$committed"
