@@ -8,7 +8,8 @@ die() {
   exit 1
 }
 
-# need PACKAGE...: installs those of the Debian packages that are missing.
+# need PACKAGE...: installs those of the Debian packages that are missing; PACKAGE:ARCHITECTURE is one
+# for another machine.
 need() {
   missing=
   for package; do
@@ -27,6 +28,9 @@ need() {
     die "these packages are missing; install them, or run this as root or where sudo works:$missing"
   fi
   echo "Installing:$missing"
+  for architecture in $(printf '%s\n' "$@" | sed -n 's/.*://p' | sort -u); do
+    $as_root dpkg --add-architecture "$architecture"
+  done
   # shellcheck disable=SC2086 # lists of words
   if ! { $as_root apt-get update -qq &&
     DEBIAN_FRONTEND=noninteractive $as_root apt-get install -qq -y --no-install-recommends \
@@ -37,10 +41,13 @@ need() {
   rm -f "${TMPDIR:-/tmp}/tavrisk-install.$$"
 }
 
+# The libraries of every build, on this machine or, with an argument like ":arm64", on another.
+libraries() { printf "%s$1 " libjsoncpp-dev libsqlite3-dev libssl-dev libsystemd-dev; }
+
 # What every build needs, and what the private bus does.
 need_build() {
-  need g++ libjsoncpp-dev libsqlite3-dev libssl-dev libsystemd-dev meson ninja-build pkg-config \
-    dbus-daemon util-linux "$@"
+  # shellcheck disable=SC2046 # names of packages
+  need g++ $(libraries '') meson ninja-build pkg-config dbus-daemon util-linux "$@"
 }
 
 # build DIRECTORY OPTION...: configures a build directory below build/ once, and builds it.
