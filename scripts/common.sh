@@ -8,56 +8,48 @@ die() {
   exit 1
 }
 
-can_be_root() {
-  [ "$(id -u)" = 0 ] || { command -v sudo >/dev/null && { sudo -n true 2>/dev/null || [ -t 0 ]; }; }
-}
-
-as_root() { if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi; }
-
-# need PACKAGE...: installs those of the Debian packages that are missing.
+# need PACKAGE...: installs those of the Debian packages that are missing; PACKAGE:ARCHITECTURE is one
+# for another machine.
 need() {
   missing=
   for package; do
+    # Of a library there may be one for another machine as well.
     case $package in *:*) wanted=${package#*:} ;; *) wanted=$(dpkg --print-architecture) ;; esac
     dpkg-query -W -f '${Architecture} ${db:Status-Status}\n' "$package" 2>/dev/null |
       grep -qxE "($wanted|all) installed" || missing="$missing $package"
   done
   [ -n "$missing" ] || return 0
 
-  command -v apt-get >/dev/null ||
+  if ! command -v apt-get >/dev/null; then
     die "these programs and libraries are missing, and there is no apt-get to install them:$missing"
-  can_be_root ||
+  elif [ "$(id -u)" = 0 ]; then
+    as_root=
+  elif command -v sudo >/dev/null && { sudo -n true 2>/dev/null || [ -t 0 ]; }; then
+    as_root=sudo
+  else
     die "these packages are missing; install them, or run this as root or where sudo works:$missing"
+  fi
   echo "Installing:$missing"
-  install_log=${TMPDIR:-/tmp}/tavrisk-install.$$
+  for architecture in $(printf '%s\n' "$@" | sed -n 's/.*://p' | sort -u); do
+    $as_root dpkg --add-architecture "$architecture"
+  done
   # shellcheck disable=SC2086 # lists of words
-  if ! { as_root apt-get update -qq &&
-    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -qq -y --no-install-recommends \
-      $missing; } >"$install_log" 2>&1; then
-    cat "$install_log" >&2
+  if ! { $as_root apt-get update -qq &&
+    $as_root env DEBIAN_FRONTEND=noninteractive apt-get install -qq -y --no-install-recommends \
+      $missing; } >"${TMPDIR:-/tmp}/tavrisk-install.$$" 2>&1; then
+    cat "${TMPDIR:-/tmp}/tavrisk-install.$$" >&2
     die "installing failed:$missing"
   fi
-  rm -f "$install_log"
+  rm -f "${TMPDIR:-/tmp}/tavrisk-install.$$"
 }
 
-# need_for ARCHITECTURE PACKAGE...: the same for packages of another architecture.
-need_for() {
-  architecture=$1
-  shift
-  if ! dpkg --print-foreign-architectures | grep -qx "$architecture"; then
-    can_be_root || die "run this as root or where sudo works, or first: dpkg --add-architecture $architecture"
-    as_root dpkg --add-architecture "$architecture"
-  fi
-  # shellcheck disable=SC2046 # names of packages
-  need $(printf "%s:$architecture " "$@")
-}
-
-libraries='libjsoncpp-dev libsqlite3-dev libssl-dev libsystemd-dev'
+# The libraries of every build, on this machine or, with an argument like ":arm64", on another.
+libraries() { printf "%s$1 " libjsoncpp-dev libsqlite3-dev libssl-dev libsystemd-dev; }
 
 # What every build needs, and what the private bus does.
 need_build() {
-  # shellcheck disable=SC2086 # a list of packages
-  need g++ $libraries meson ninja-build pkg-config dbus-daemon util-linux "$@"
+  # shellcheck disable=SC2046 # names of packages
+  need g++ $(libraries '') meson ninja-build pkg-config dbus-daemon util-linux "$@"
 }
 
 # build DIRECTORY OPTION...: configures a build directory below build/ once, and builds it.

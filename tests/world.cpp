@@ -44,9 +44,14 @@ bool busIsUp() {
     return up;
 }
 
-/** What runs programs of the machine that was built for; null where they run by themselves. */
-const char* emulator() {
-    return std::getenv("TAVRISK_EMULATOR");
+/** Meson tells its tests what it runs programs of another machine with. */
+bool emulated() {
+    return std::getenv("MESON_EXE_WRAPPER") != nullptr;
+}
+
+/** How many times longer than usual things may take. */
+int patience() {
+    return emulated() ? 5 : 1;
 }
 
 /** "<PRIORITY>MMM DD hh:mm:ss TAG[PID]: TEXT" as "PRIORITY TAG: TEXT". */
@@ -61,12 +66,11 @@ std::string withoutTimeStamp(const std::string& datagram) {
 
 } // namespace
 
-const char* whyMemoryMeansNothing() {
+const char* whyNoMemoryFigures() {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     return "a sanitizer needs most of the memory for itself";
 #else
-    return emulator() != nullptr ? "an emulator has memory of its own and grants all that is asked"
-                                 : nullptr;
+    return emulated() ? "an emulator needs memory of its own and sets no limits to it" : nullptr;
 #endif
 }
 
@@ -95,8 +99,7 @@ void writeFile(const std::string& path, const std::string& text) {
 }
 
 bool eventually(const std::function<bool()>& condition) {
-    const auto deadline =
-        std::chrono::steady_clock::now() + std::chrono::minutes{emulator() != nullptr ? 5 : 1};
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes{patience()};
     useconds_t pause = 1'000;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline) {
@@ -156,7 +159,8 @@ std::optional<int> Peer::send(sd_bus_message* message) {
     sd_bus_error failed{};
     sd_bus_message* reply = nullptr;
     std::int32_t result = 0;
-    const bool good = sd_bus_call(bus(), message, 1'000'000, &failed, &reply) >= 0 &&
+    const auto timeout = 1'000'000U * static_cast<unsigned>(patience());
+    const bool good = sd_bus_call(bus(), message, timeout, &failed, &reply) >= 0 &&
                       sd_bus_message_read_basic(reply, 'i', &result) >= 0;
     error = failed.name != nullptr ? failed.name : "";
     sd_bus_error_free(&failed);
@@ -225,6 +229,7 @@ const std::string World::openPolicy = R"(
 )";
 
 World::World(const std::string& busPolicy) {
+    unsetenv("LD_PRELOAD"); // What this program has of it is not for those that it starts.
     for (const auto* directory : {"/run", "/mmc1", "/app"}) {
         for (const auto& entry : fs::directory_iterator{directory}) {
             fs::remove_all(entry);
@@ -272,13 +277,10 @@ Lines World::syslog() {
 
 void World::launchDaemon(const Lines& with) {
     Lines command = with;
-    if (emulator() != nullptr) {
-        command.emplace_back(emulator());
-    }
-    command.emplace_back(std::getenv("TAVRISK_DAEMON"));
-    daemon = std::make_unique<Process>(
-        command, Lines{std::string{"LD_PRELOAD="} + std::getenv("TAVRISK_SHIM"),
-                       std::string{"DBUS_STARTER_ADDRESS="} + busAddress});
+    // Several words: what preloads the shim, or an emulator, comes first.
+    command.insert(command.end(), {"sh", "-c", "exec $TAVRISK_DAEMON"});
+    daemon = std::make_unique<Process>(command,
+                                       Lines{std::string{"DBUS_STARTER_ADDRESS="} + busAddress});
 }
 
 void World::startDaemon(const Lines& with) {

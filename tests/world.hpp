@@ -17,8 +17,8 @@
 #include <thread>
 #include <vector>
 
-/** Why memory figures and limits mean nothing in this run; null when they do mean something. */
-const char* whyMemoryMeansNothing();
+/** Why figures and limits of memory mean nothing in this run; null when they do mean something. */
+const char* whyNoMemoryFigures();
 
 using Bytes = std::vector<std::uint8_t>;
 using Lines = std::vector<std::string>;
@@ -29,7 +29,7 @@ std::string digest(const Bytes& buffer);
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& text);
 
-/** True as soon as `condition` holds; false when it does not within a minute, or five under an
+/** True as soon as `condition` holds; false when it does not within a minute, or five in an
  *  emulator. */
 bool eventually(const std::function<bool()>& condition);
 
@@ -58,7 +58,7 @@ public:
 
     sd_bus* bus() { return bus_.get(); }
     /** The method's result, or nothing when it is answered with an error (kept in `error`) or,
-     *  within a second, not at all. */
+     *  within a second (five in an emulator), not at all. */
     std::optional<int> call(const std::string& method, const std::string& text, const Bytes& data);
     std::optional<int> call(const std::string& method);
     std::string stringProperty(const char* name);

@@ -107,7 +107,7 @@ TEST_F(EventLog, PassesArgumentsInOrderAndUpToTheirFirstNul) {
 }
 
 TEST_F(EventLog, TakesARefusedAllocationForSuccess) {
-    if (const auto* why = whyMemoryMeansNothing()) {
+    if (const auto* why = whyNoMemoryFigures()) {
         GTEST_SKIP() << why;
     }
     const Lines large(1, std::string(512 << 20, 'x'));

@@ -201,7 +201,7 @@ TEST_F(Request, SubmitsEveryOneOfFourThousandPipelinedCalls) {
 }
 
 TEST_F(Request, HoldsALargeBufferTwiceAtMostAndWrongDigestsNotAtAll) {
-    if (const auto* why = whyMemoryMeansNothing()) {
+    if (const auto* why = whyNoMemoryFigures()) {
         GTEST_SKIP() << why;
     }
     startDaemon();

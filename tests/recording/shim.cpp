@@ -24,7 +24,7 @@ Function next(const char* name) {
 }
 
 int scaled(std::time_t seconds, long nanoseconds) {
-    const long factor = std::getenv("TAVRISK_EMULATOR") != nullptr ? 200 : 1000;
+    const long factor = std::getenv("MESON_EXE_WRAPPER") != nullptr ? 200 : 1000;
     const timespec shortened{seconds / factor,
                              ((seconds % factor) * 1'000'000'000 + nanoseconds) / factor};
     return next<int (*)(const timespec*, timespec*)>("nanosleep")(&shortened, nullptr);
