@@ -159,7 +159,7 @@ std::optional<int> Peer::send(sd_bus_message* message) {
     sd_bus_error failed{};
     sd_bus_message* reply = nullptr;
     std::int32_t result = 0;
-    const auto timeout = 1'000'000U * static_cast<unsigned>(patience());
+    const auto timeout = 5'000'000U * static_cast<unsigned>(patience());
     const bool good = sd_bus_call(bus(), message, timeout, &failed, &reply) >= 0 &&
                       sd_bus_message_read_basic(reply, 'i', &result) >= 0;
     error = failed.name != nullptr ? failed.name : "";

@@ -58,7 +58,7 @@ public:
 
     sd_bus* bus() { return bus_.get(); }
     /** The method's result, or nothing when it is answered with an error (kept in `error`) or,
-     *  within a second (five in an emulator), not at all. */
+     *  within five seconds (25 in an emulator), not at all. */
     std::optional<int> call(const std::string& method, const std::string& text, const Bytes& data);
     std::optional<int> call(const std::string& method);
     std::string stringProperty(const char* name);

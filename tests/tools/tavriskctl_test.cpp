@@ -80,7 +80,8 @@ TEST_F(Tavriskctl, SaysInOneSentenceWhatBecameOfEachRequest) {
         {"clear", 1, "tavriskctl: data cache: saving failed, nothing was cleared"},
         {"launch", 2, "tavriskctl: there is no command 'launch'"},
         {"--bus=sytem status", 2, "tavriskctl: --bus takes system, session or an address such as"},
-        {"--timeout=-1 status", 2, "tavriskctl: --timeout takes a number of seconds, a year's at most"},
+        {"--timeout=-1 status", 2,
+         "tavriskctl: --timeout takes a number of seconds, a year's at most"},
         {"status >/dev/full", 1, "tavriskctl: the output could not be written"},
     });
     EXPECT_EQ(readFile("/run/hmc/dump/kept"), readFile("/run/e"));
