@@ -74,7 +74,7 @@ bool classify(std::span<const std::uint8_t> eventData, Event& event) {
 /** Reporting may take long, and many workers may be at it: none keeps its record meanwhile. Nor the
  *  many small blocks that a large one was parsed into, which the C library would keep for later. */
 void giveBack(std::vector<std::uint8_t> eventData) {
-    constexpr std::size_t large = 128 * 1024;
+    constexpr std::size_t large = 131'072;
     const bool isLarge = eventData.size() >= large;
     std::vector<std::uint8_t>{}.swap(eventData);
 #ifdef __GLIBC__

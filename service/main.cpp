@@ -24,7 +24,7 @@ struct UnrefBus {
  *  library holds on to blocks of the sizes that it has seen, for each thread anew. */
 void keepNoLargeBlocks() {
 #ifdef __GLIBC__
-    constexpr int large = 128 * 1024;
+    constexpr int large = 131'072;
     mallopt(M_MMAP_THRESHOLD, large);
     mallopt(M_TRIM_THRESHOLD, large);
 #endif

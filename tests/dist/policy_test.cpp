@@ -134,7 +134,7 @@ TEST_F(OnBusWithInstalledPolicy, OnlyRootAndTheGroupCallMethods) {
     for (auto& [user, peer] : peers()) {
         SCOPED_TRACE(user);
         const bool served = user != "outsider";
-        const auto expectReply = [&](std::optional<int> reply, int expected) {
+        const auto expectReply = [served, &peer = peer](std::optional<int> reply, int expected) {
             EXPECT_EQ(reply, served ? std::optional{expected} : std::nullopt);
             EXPECT_EQ(peer.error, served ? "" : SD_BUS_ERROR_ACCESS_DENIED);
         };
