@@ -19,7 +19,8 @@ int SaveData(const std::string& validationString, const std::vector<std::uint8_t
 }
 
 int tavrisk_daemon_thread(std::vector<std::uint8_t> logDataBuffer, std::string validationString) {
-    const auto path = tavrisk::dataRoot + validationString + "." + std::to_string(time(nullptr));
+    const auto path =
+        tavrisk::dataRoot + std::move(validationString) + "." + std::to_string(time(nullptr));
     const int result = tavrisk::writeDataFile(__func__, path, logDataBuffer);
     if (result == -1) {
         return result;

@@ -85,7 +85,7 @@ int setProperty(sd_bus_message* raw, sd_bus_error* error, Setter&& setter) {
 
 } // namespace
 
-const sdbusplus::vtable::vtable_t Tavrisk::memberTable[] = {
+const std::array<sdbusplus::vtable::vtable_t, 11> Tavrisk::memberTable{
     vtable::start(),
     vtable::method("Log", "say", "i", _callback_Log, vtable::common_::unprivileged),
     vtable::method("Save", "say", "i", _callback_Save, vtable::common_::unprivileged),
@@ -106,7 +106,7 @@ const sdbusplus::vtable::vtable_t Tavrisk::memberTable[] = {
 };
 
 Tavrisk::Tavrisk(sdbusplus::bus::bus& bus, const char* path)
-    : interface_{bus, path, interface, memberTable, this} {}
+    : interface_{bus, path, interface, memberTable.data(), this} {}
 
 void Tavrisk::emit_added() {
     interface_.emit_added();

@@ -8,6 +8,7 @@
 #include <sdbusplus/vtable.hpp>
 #include <systemd/sd-bus.h>
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <string>
@@ -49,25 +50,25 @@ public:
     /** Saves the data cache and empties it. 0 saved, 1 saving failed and nothing was cleared. */
     virtual std::int32_t saveAndClearCache() = 0;
 
-    virtual std::string systemLEDSetting() const;
+    [[nodiscard]] virtual std::string systemLEDSetting() const;
     virtual std::string systemLEDSetting(std::string value, bool skipSignal);
     virtual std::string systemLEDSetting(std::string value);
 
     /** Size limit of each data directory, in MB. */
-    virtual std::uint8_t retentionSizeInMB() const;
+    [[nodiscard]] virtual std::uint8_t retentionSizeInMB() const;
     virtual std::uint8_t retentionSizeInMB(std::uint8_t value, bool skipSignal);
     virtual std::uint8_t retentionSizeInMB(std::uint8_t value);
 
     /** Time between two retention runs, in minutes. */
-    virtual std::uint8_t retentionIntervalInMinutes() const;
+    [[nodiscard]] virtual std::uint8_t retentionIntervalInMinutes() const;
     virtual std::uint8_t retentionIntervalInMinutes(std::uint8_t value, bool skipSignal);
     virtual std::uint8_t retentionIntervalInMinutes(std::uint8_t value);
 
-    virtual std::string wUXDataLocation() const;
+    [[nodiscard]] virtual std::string wUXDataLocation() const;
     virtual std::string wUXDataLocation(std::string value, bool skipSignal);
     virtual std::string wUXDataLocation(std::string value);
 
-    virtual std::string wUXDataCacheLocation() const;
+    [[nodiscard]] virtual std::string wUXDataCacheLocation() const;
     virtual std::string wUXDataCacheLocation(std::string value, bool skipSignal);
     virtual std::string wUXDataCacheLocation(std::string value);
 
@@ -77,7 +78,7 @@ public:
                            bool skipSignal = false);
 
     /** The property with this D-Bus name; an empty string for an unknown one. */
-    PropertiesVariant getPropertyByName(const std::string& name) const;
+    [[nodiscard]] PropertiesVariant getPropertyByName(const std::string& name) const;
 
     /** Sends InterfacesAdded for this interface, once in the object's life. */
     void emit_added();
@@ -112,7 +113,7 @@ private:
     template <typename Stored, typename Value>
     Value store(Stored& property, Value value, const char* name, bool skipSignal);
 
-    static const sdbusplus::vtable::vtable_t memberTable[];
+    static const std::array<sdbusplus::vtable::vtable_t, 11> memberTable;
 
     std::string systemLEDSetting_{"Disabled"};
     // Read by the retention monitor while the bus thread stores.

@@ -20,6 +20,9 @@ public:
 
     [[nodiscard]] sd_bus* get() const noexcept { return bus_.get(); }
 
+    // Not const, like those of the binding whose place this takes.
+    // NOLINTBEGIN(readability-make-member-function-const)
+
     /** Claims a well-known name, from an owner that allows it too, and lets itself be replaced. */
     void request_name(const char* service) {
         details::check(
@@ -46,6 +49,8 @@ public:
             sd_bus_emit_interfaces_removed_strv(get(), path, pointers(interfaces).data()),
             "sd_bus_emit_interfaces_removed_strv");
     }
+
+    // NOLINTEND(readability-make-member-function-const)
 
 private:
     // sd-bus takes string lists as char**, and does not write to them.

@@ -45,7 +45,7 @@ public:
     }
 
 private:
-    void readBasic(char type, void* value) {
+    void readBasic(char type, void* value) const {
         details::check(sd_bus_message_read_basic(get(), type, value), "sd_bus_message_read_basic");
     }
     void readOne(std::string& value) {
@@ -55,7 +55,7 @@ private:
     }
     void readOne(std::uint8_t& value) { readBasic('y', &value); }
 
-    void appendBasic(char type, const void* value) {
+    void appendBasic(char type, const void* value) const {
         details::check(sd_bus_message_append_basic(get(), type, value),
                        "sd_bus_message_append_basic");
     }
