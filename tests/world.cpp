@@ -49,10 +49,11 @@ bool emulated() {
     return std::getenv("MESON_EXE_WRAPPER") != nullptr;
 }
 
-/** How many times longer than usual things may take. */
-int patience() {
-    return emulated() ? 5 : 1;
-}
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool sanitized = true;
+#else
+constexpr bool sanitized = false;
+#endif
 
 /** "<PRIORITY>MMM DD hh:mm:ss TAG[PID]: TEXT" as "PRIORITY TAG: TEXT". */
 std::string withoutTimeStamp(const std::string& datagram) {
@@ -67,11 +68,9 @@ std::string withoutTimeStamp(const std::string& datagram) {
 } // namespace
 
 const char* whyNoMemoryFigures() {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    return "a sanitizer needs most of the memory for itself";
-#else
-    return emulated() ? "an emulator needs memory of its own and sets no limits to it" : nullptr;
-#endif
+    return sanitized    ? "a sanitizer needs most of the memory for itself"
+           : emulated() ? "an emulator needs memory of its own and sets no limits to it"
+                        : nullptr;
 }
 
 Bytes bytes(const std::string& text) {
@@ -99,7 +98,8 @@ void writeFile(const std::string& path, const std::string& text) {
 }
 
 bool eventually(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes{patience()};
+    const auto deadline =
+        std::chrono::steady_clock::now() + std::chrono::minutes{emulated() || sanitized ? 5 : 1};
     useconds_t pause = 1'000;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline) {
@@ -159,7 +159,7 @@ std::optional<int> Peer::send(sd_bus_message* message) {
     sd_bus_error failed{};
     sd_bus_message* reply = nullptr;
     std::int32_t result = 0;
-    const auto timeout = 5'000'000U * static_cast<unsigned>(patience());
+    const auto timeout = emulated() ? 25'000'000 : 5'000'000;
     const bool good = sd_bus_call(bus(), message, timeout, &failed, &reply) >= 0 &&
                       sd_bus_message_read_basic(reply, 'i', &result) >= 0;
     error = failed.name != nullptr ? failed.name : "";

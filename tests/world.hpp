@@ -30,7 +30,7 @@ std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& text);
 
 /** True as soon as `condition` holds; false when it does not within a minute, or five in an
- *  emulator. */
+ *  emulator or under a sanitizer. */
 bool eventually(const std::function<bool()>& condition);
 
 /** A program of the test's, ended and reaped with the instance. */
