@@ -192,7 +192,7 @@ TEST_F(Daemon, ExitsWith1WithoutABus) {
     stopBus();
     launchDaemon();
     EXPECT_EQ(daemon->wait(), 1);
-    EXPECT_THAT(withoutSourceLines(recorded()),
+    EXPECT_THAT(withoutSourceLines(recordedOnBusThread()),
                 ElementsAre(StartsWith("log 3 349 [main:N] failed opening the default bus: ")));
 }
 
