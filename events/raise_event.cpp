@@ -36,7 +36,9 @@ public:
     }
 
     char** data() { return pointers_.data(); }
-    [[nodiscard]] std::uint32_t size() const { return static_cast<std::uint32_t>(pointers_.size()); }
+    [[nodiscard]] std::uint32_t size() const {
+        return static_cast<std::uint32_t>(pointers_.size());
+    }
 
 private:
     std::vector<OwnedText> copies_;
