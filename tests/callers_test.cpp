@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // Callers of what other code may be compiled against and no other test calls: a changed argument or
 // result does not compile here, a moved virtual operation is found.
-#include "cper/log_service_entry.hpp"
-#include "cper/record_parser.hpp"
-#include "events/generate_event.hpp"
-#include "intake/data_file.hpp"
-#include "intake/request.hpp"
-#include "retention/monitor.hpp"
-#include "retention/save_and_clear.hpp"
-#include "service/tavriskmain.hpp"
+#include "daemon/events/generate_event.hpp"
+#include "daemon/intake/cper_record.hpp"
+#include "daemon/intake/data_file.hpp"
+#include "daemon/intake/request.hpp"
+#include "daemon/retention/monitor.hpp"
+#include "daemon/retention/save_and_clear.hpp"
+#include "daemon/service/tavriskmain.hpp"
+#include "records/cper_parser.hpp"
 
 #include <gtest/gtest.h>
 

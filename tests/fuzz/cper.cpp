@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cper/record_parser.hpp"
+#include "records/cper_parser.hpp"
 
 #include <json/value.h>
 

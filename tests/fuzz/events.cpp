@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "events/catalogue.hpp"
-#include "events/classifier.hpp"
+#include "records/catalogue.hpp"
+#include "records/classifier.hpp"
 
 #include <cstddef>
 #include <cstdlib>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "service/diag_log.hpp"
+#include "log/diag_log.hpp"
 
 #include <cstdarg>
 #include <cstdio>

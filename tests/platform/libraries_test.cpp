@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "events/raise_event.hpp"
-#include "platform/common/config.hpp"
-#include "platform/mosslink/sqlite.hpp"
+#include "contract/platform/kelp.h"
+#include "contract/platform/mosslink.h"
+#include "contract/platform/whelk.h"
+#include "daemon/events/raise_event.hpp"
+#include "platform/config.hpp"
+#include "platform/kelp/kelp_errors.h"
+#include "platform/mosslink/mosslink_errors.h"
 #include "tests/world.hpp"
+#include "zel/sqlite.hpp"
 
-#include <kelp.h>
-#include <mosslink.h>
-#include <whelk.h>
-
-#include <kelp_errors.h>
-#include <mosslink_errors.h>
 #include <sys/wait.h>
 #include <unistd.h>
 

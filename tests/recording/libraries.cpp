@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "contract/platform/kelp.h"
+#include "contract/platform/mosslink.h"
+#include "contract/platform/whelk.h"
 #include "record.hpp"
-
-#include <kelp.h>
-#include <mosslink.h>
-#include <whelk.h>
 
 #include <algorithm>
 #include <array>

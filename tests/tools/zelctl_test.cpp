@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/common/utc_time.hpp"
-#include "platform/mosslink/json_text.hpp"
-#include "platform/mosslink/zel_store.hpp"
+#include "platform/config.hpp"
 #include "tests/world.hpp"
+#include "text/utc_time.hpp"
+#include "zel/json_text.hpp"
+#include "zel/store.hpp"
 
 #include <json/json.h>
 
@@ -179,8 +180,8 @@ TEST_F(Zelctl, PrintsWhatItsSchemaPromises) {
     const auto seconds = std::chrono::system_clock::to_time_t(now);
     const auto file = "/var/run/hmc/x." + std::to_string(seconds);
     writeFile(file, R"({"EventType": "Event", "Severity": "Critical", "MessageArgs": ["GPU0"]})");
-    const auto schema = parsed(
-        readFile(std::getenv("TAVRISK_SOURCE") + std::string{"/tools/zelctl/zelctl.schema.json"}));
+    const auto schema = parsed(readFile(std::getenv("TAVRISK_SOURCE") +
+                                        std::string{"/src/tools/zelctl/zelctl.schema.json"}));
     const auto output = [](const std::string& command) {
         return parsed(outputOf(command + " --json"));
     };

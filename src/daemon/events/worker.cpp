@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "daemon/events/worker.hpp"
+
+#include "contract/platform/kelp.h"
+#include "daemon/events/generate_event.hpp"
+#include "log/diag_log.hpp"
+#include "records/classifier.hpp"
+
+#include <malloc.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdlib>
+#include <exception>
+#include <memory>
+#include <utility>
+
+namespace {
+
+constexpr auto logName = "zel_wux_fault_logging_thread";
+
+// The blocks below are read by libkelp at fixed offsets.
+static_assert(sizeof(void*) == 8, "libkelp's blocks hold 64-bit pointers");
+
+struct ClientDescriptor {
+    const char* name = "tavrisk";
+    std::uint32_t reserved = 0;
+    std::uint32_t version = 17;
+};
+static_assert(sizeof(ClientDescriptor) == 16);
+static_assert(offsetof(ClientDescriptor, version) == 12);
+
+struct InitialisationBlock {
+    const ClientDescriptor* client;
+    std::array<std::uint8_t, 32> reserved{};
+    std::uint32_t version = 17;
+    std::array<std::uint8_t, 60> reservedToo{};
+};
+static_assert(sizeof(InitialisationBlock) == 104);
+static_assert(offsetof(InitialisationBlock, version) == 40);
+
+/** Owns a data store connection; what a handle looks like is the library's business. */
+class StoreConnection {
+public:
+    explicit StoreConnection(void* opened) : handle_{opened} {}
+    ~StoreConnection() { kelpc_destroy(handle_); }
+    StoreConnection(const StoreConnection&) = delete;
+    StoreConnection& operator=(const StoreConnection&) = delete;
+
+    [[nodiscard]] void* handle() const { return handle_; }
+
+private:
+    void* handle_;
+};
+
+struct Free {
+    void operator()(char* text) const noexcept { std::free(text); }
+};
+
+struct Event {
+    std::int32_t number = 1;
+    std::uint32_t severity = severityOther;
+    std::unique_ptr<char, Free> device;
+};
+
+bool classify(std::span<const std::uint8_t> eventData, Event& event) {
+    char* device = nullptr;
+    const bool reportable = checkRedfishData(eventData, event.number, device, event.severity) != 0;
+    event.device.reset(device);
+    return reportable;
+}
+
+/** Reporting may take long, and many workers may be at it: none keeps its record meanwhile. Nor the
+ *  many small blocks that a large one was parsed into, which the C library would keep for later. */
+void giveBack(std::vector<std::uint8_t> eventData) {
+    constexpr std::size_t large = 131'072;
+    const bool isLarge = eventData.size() >= large;
+    std::vector<std::uint8_t>{}.swap(eventData);
+#ifdef __GLIBC__
+    if (isLarge) {
+        malloc_trim(0);
+    }
+#endif
+}
+
+void report(const Event& event) {
+    const ClientDescriptor client;
+    const InitialisationBlock block{.client = &client};
+    void* opened = nullptr;
+    if (const auto result = kelpc_initialize(&opened, &block)) {
+        diag_log(8, 4, "%s : kelpc_initialize failed, rc = %d \n", logName, result);
+        return;
+    }
+    const StoreConnection store{opened};
+
+    if (const auto result = tavrisk_generate_event(event.number, store.handle(), event.device.get(),
+                                                   event.severity)) {
+        diag_log(8, 4, "%s : tavrisk_generate_event failed, rc = %d \n", logName, result);
+    }
+}
+
+} // namespace
+
+void zel_wux_fault_logging_thread(std::vector<std::uint8_t> eventData) {
+    try {
+        Event event;
+        const bool reportable = classify(eventData, event);
+        giveBack(std::move(eventData));
+        if (reportable) {
+            report(event);
+        }
+    } catch (const std::exception& e) {
+        // One event is lost for want of memory; the daemon is not.
+        diag_log(8, 4, "%s : event dropped: %s\n", logName, e.what());
+    }
+}

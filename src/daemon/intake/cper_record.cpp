@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "daemon/intake/cper_record.hpp"
+
+#include "daemon/events/worker.hpp"
+#include "daemon/intake/data_tree.hpp"
+#include "log/diag_log.hpp"
+#include "records/cper_parser.hpp"
+
+#include <json/value.h>
+#include <json/writer.h>
+
+#include <thread>
+
+namespace {
+
+constexpr auto logName = "createLogServiceEntry";
+
+/** At the level that follows the summary's severity. The blanks differ on purpose. */
+void logReceived(const Json::Value& severity, const std::string& json) {
+    if (severity == "Critical") {
+        diag_log(8, 2, "%s: received CPER: (summary) %s", logName, json.c_str());
+    } else if (severity == "Warning") {
+        diag_log(8, 4, "%s: received CPER: (summary)  %s", logName, json.c_str());
+    } else {
+        diag_log(8, 6, "%s: received CPER: (summary)  %s", logName, json.c_str());
+    }
+}
+
+} // namespace
+
+// By value like every function that the intake hands on to.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
+int createLogServiceEntry(std::vector<std::uint8_t> logDataBuffer, std::string validationString) {
+    diag_log(8, 7, "%s: Processing data file: %s", logName, validationString.c_str());
+    Json::Value summary;
+    if (const int result = nvCperParse(logDataBuffer, summary)) {
+        diag_log(8, 7, "%s: NV CPER parse failed : %d", logName, result);
+        return result;
+    }
+
+    const auto path =
+        tavrisk::dataRoot + ("rawCPER/" + validationString + "." + summary["Timestamp"].asString());
+    diag_log(8, 7, "%s: Attempt data write to file: %s", logName, path.c_str());
+    // Only an exception ends it here: without a file the event still goes on.
+    if (tavrisk::writeDataFile(logName, path, logDataBuffer) == -1) {
+        return -1;
+    }
+
+    diag_log(8, 7, "%s: Convert JSON to byte stream of JSON", logName);
+    const std::string json = Json::FastWriter{}.write(summary);
+    diag_log(8, 7, "%s:j.dump(summary) %s", logName, json.c_str());
+    logReceived(summary["MessageSeverity"], json);
+
+    diag_log(8, 7, "%s: send basic to ze loging function", logName);
+    std::thread{zel_wux_fault_logging_thread, std::vector<std::uint8_t>{json.begin(), json.end()}}
+        .detach();
+    return 0;
+}

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "daemon/intake/data_file.hpp"
+
+#include "daemon/events/worker.hpp"
+#include "daemon/intake/data_tree.hpp"
+#include "log/diag_log.hpp"
+
+#include <ctime>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+int SaveData(const std::string& validationString, const std::vector<std::uint8_t>& logDataBuffer) {
+    if (validationString.empty()) {
+        return -1;
+    }
+    return tavrisk::writeDataFile(__func__, tavrisk::dataRoot + ("dump/" + validationString),
+                                  logDataBuffer);
+}
+
+int tavrisk_daemon_thread(std::vector<std::uint8_t> logDataBuffer, std::string validationString) {
+    const auto path =
+        tavrisk::dataRoot + std::move(validationString) + "." + std::to_string(time(nullptr));
+    const int result = tavrisk::writeDataFile(__func__, path, logDataBuffer);
+    if (result == -1) {
+        return result;
+    }
+    try {
+        std::thread{zel_wux_fault_logging_thread, std::move(logDataBuffer)}.detach();
+    } catch (const std::system_error& e) {
+        diag_log(8, 4, "%s: Failed starting worker thread: %s", __func__, e.what());
+        return -1;
+    }
+    return result;
+}

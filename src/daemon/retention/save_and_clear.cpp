@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "daemon/retention/save_and_clear.hpp"
+
+#include "daemon/intake/data_tree.hpp"
+#include "daemon/retention/child_runner.hpp"
+#include "log/diag_log.hpp"
+
+#include <filesystem>
+#include <string>
+
+namespace {
+
+constexpr auto logName = "saveAndClearCache";
+
+constexpr std::uint32_t minutesPerCommand = 5;
+
+int clear(const char* directory) {
+    std::filesystem::current_path(std::string{tavrisk::dataRoot} + directory);
+    return tavrisk::runInShell("rm -f *", minutesPerCommand);
+}
+
+} // namespace
+
+std::int32_t saveAndClearCache() {
+    const auto workingDirectory = std::filesystem::current_path();
+    if (const int result =
+            tavrisk::runInShell("/app/bin/wuxRetensionChk.sh cache", minutesPerCommand)) {
+        diag_log(8, 4, "%s: Failed saving HMC cache data : %d", logName, result);
+        return 1;
+    }
+
+    // A directory that cannot be entered raises an exception that ends the call on purpose: what
+    // follows would clear whatever directory the daemon is in.
+    if (const int result = clear("rawCPER/")) {
+        diag_log(8, 4, "%s: Failed policing rawCPER data location : %d", logName, result);
+    }
+    if (const int result = clear("dump/")) {
+        diag_log(8, 4, "%s: Failed policing dump data location : %d", logName, result);
+    }
+    // This one always fails when the directories above are there: rm refuses them.
+    if (const int result = clear("")) {
+        diag_log(8, 4, "%s: Failed policing HMC data location : %d", logName, result);
+    }
+    std::filesystem::current_path(workingDirectory);
+    return 0;
+}

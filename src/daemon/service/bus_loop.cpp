@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "daemon/service/bus_loop.hpp"
+
+#include "daemon/interface/carried_exception.hpp"
+#include "log/diag_log.hpp"
+
+#include <unistd.h>
+
+#include <cstdint>
+
+namespace tavrisk {
+namespace {
+
+// The loop's messages go under the name of the function whose body it is.
+constexpr auto logName = "main";
+
+} // namespace
+
+void serveUntilFailureBudgetIsSpent(sdbusplus::bus::bus& bus) {
+    std::uint8_t budget = 10;
+    while (budget != 0) {
+        try {
+            bus.process_discard();
+            rethrowCarriedException();
+            bus.wait();
+        } catch (...) {
+            diag_log(8, 7, "[%s:%d] failed processing messages [%d]", logName, __LINE__, budget);
+            sleep(1);
+            --budget;
+        }
+    }
+    diag_log(8, 4, "[%s:%d] failed processing messages [%d], exiting", logName, __LINE__, budget);
+}
+
+} // namespace tavrisk

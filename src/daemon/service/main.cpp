@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "daemon/service/bus_loop.hpp"
+#include "daemon/service/tavriskmain.hpp"
+#include "log/diag_log.hpp"
+
+#include <sdbusplus/bus.hpp>
+#include <systemd/sd-bus.h>
+
+#include <malloc.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+namespace {
+
+constexpr auto busName = "com.vorn.bmc.tavrisk";
+
+struct UnrefBus {
+    void operator()(sd_bus* bus) const noexcept { sd_bus_unref(bus); }
+};
+
+/** Has what a large record took go back to the system as soon as it is done with. By itself the C
+ *  library holds on to blocks of the sizes that it has seen, for each thread anew. */
+void keepNoLargeBlocks() {
+#ifdef __GLIBC__
+    constexpr int large = 131'072;
+    mallopt(M_MMAP_THRESHOLD, large);
+    mallopt(M_TRIM_THRESHOLD, large);
+#endif
+}
+
+} // namespace
+
+int main() {
+    keepNoLargeBlocks();
+    sd_bus* opened = nullptr;
+    const int openResult = sd_bus_default(&opened);
+    const std::unique_ptr<sd_bus, UnrefBus> connection{opened};
+    if (openResult < 0) {
+        diag_log(8, 4, "[%s:%d] failed opening the default bus: %s", __func__, __LINE__,
+                 std::strerror(-openResult));
+        return EXIT_FAILURE;
+    }
+    sdbusplus::bus::bus bus{connection.get()};
+
+    // Only a negative result would end the daemon, and there is none: after a failure, reported
+    // as 1, it deliberately claims its name and serves the bus all the same.
+    const int initResult = tavriskmain_init(bus);
+    if (initResult < 0) {
+        diag_log(8, 5, "[%s:%d] hmc ze logger init failed", __func__, __LINE__);
+        return initResult;
+    }
+
+    diag_log(8, 7, "[%s:%d] Requesting %s", __func__, __LINE__, busName);
+    try {
+        bus.request_name(busName);
+    } catch (...) {
+        diag_log(8, 4, "[%s:%d] failed requesting %s ", __func__, __LINE__, busName);
+        return EXIT_FAILURE;
+    }
+
+    tavrisk::serveUntilFailureBudgetIsSpent(bus);
+    return -1;
+}

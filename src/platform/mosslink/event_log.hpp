@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "platform/mosslink/mosslink_errors.h"
+#include "zel/store.hpp"
+
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+namespace tavrisk::zel {
+
+/**
+ * Brings the submissions of any number of threads into the database. What arrives while a write is
+ * under way waits together and then goes in with one transaction: the first to arrive of such a
+ * batch writes it, the others wait for its result.
+ */
+class EventLog {
+public:
+    /** The log of this process. Never destroyed: detached threads may still submit while the
+     *  process exits. */
+    static EventLog& instance();
+
+    /** Returns once the entry is durable, or has failed with the code returned. The entry's time
+     *  is set here, so that times and sequence numbers rise together. */
+    MOSSLINKError submit(Entry entry);
+
+private:
+    struct Batch {
+        std::vector<Entry> entries;
+        std::optional<MOSSLINKError> result;
+        std::condition_variable finished;
+    };
+
+    MOSSLINKError write(const Batch& batch) noexcept;
+
+    std::mutex mutex_;
+    std::shared_ptr<Batch> collecting_;
+    bool writing_ = false;
+    std::condition_variable writerIsFree_;
+
+    std::optional<Store> store_; // the writer's, without the mutex
+};
+
+} // namespace tavrisk::zel

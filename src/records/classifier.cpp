@@ -1,0 +1,177 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "records/classifier.hpp"
+
+#include "log/diag_log.hpp"
+
+#include <json/reader.h>
+#include <json/value.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <exception>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace {
+
+constexpr auto logName = "checkRedfishData";
+
+constexpr std::string_view platformError = "Platform.1.0.PlatformError";
+
+struct MessageRow {
+    std::string_view messageId;
+    std::int32_t event;
+};
+
+// Compared whole: a message of another registry version matches no row.
+// A caution threshold that comes with critical severity counts as the critical one, and so do the
+// fatal thresholds. This is deliberate: the catalogue has no events of their own for them.
+constexpr std::array criticalMessages{
+    MessageRow{platformError, 1},
+    MessageRow{"SensorEvent.1.0.0.ReadingAboveUpperCautionThreshold", 6},
+    MessageRow{"SensorEvent.1.0.0.ReadingAboveUpperCriticalThreshold", 6},
+    MessageRow{"SensorEvent.1.0.0.ReadingBelowLowerCriticalThreshold", 7},
+    MessageRow{"SensorEvent.1.0.0.ReadingAboveUpperFatalThreshold", 6},
+    MessageRow{"SensorEvent.1.0.0.ReadingBelowLowerFatalThreshold", 7},
+};
+constexpr std::int32_t otherCriticalEvent = 1;
+
+constexpr std::array warningMessages{
+    MessageRow{"ResourceEvent.1.0.ResourceWarningThresholdExceeded", 4},
+    MessageRow{"SensorEvent.1.0.0.ReadingAboveUpperCautionThreshold", 5},
+};
+constexpr std::int32_t otherWarningEvent = 2;
+
+template <typename Table>
+std::int32_t lookUp(const Table& table, std::string_view messageId, std::int32_t otherwise) {
+    const auto row = std::find_if(table.begin(), table.end(), [&](const MessageRow& candidate) {
+        return candidate.messageId == messageId;
+    });
+    return row != table.end() ? row->event : otherwise;
+}
+
+/** What `read` returns; a type that jsoncpp refuses is raised again under the member's name. */
+template <typename Read>
+std::string readText(const char* member, Read read) {
+    try {
+        return read();
+    } catch (const Json::Exception&) {
+        throw std::runtime_error{std::string{"its "} + member + " is of the wrong type"};
+    }
+}
+
+/** The member as text, "" when it is missing; raises for a record that is no object and for a
+ *  member that is one, or an array. */
+std::string text(const Json::Value& record, const char* member) {
+    return readText(member, [&] { return record[member].asString(); });
+}
+
+/** Why the record is not to be reported; null for one that is. */
+const char* whyNotReportable(const Json::Value& record) {
+    if (!record.isObject() && !record.isNull()) {
+        throw std::runtime_error{"it is no JSON object"};
+    }
+    if (text(record, "EventType") != "Event" && text(record, "EntryType") != "Event") {
+        return R"(it is no event: neither its EventType nor its EntryType is "Event")";
+    }
+    if (text(record, "Severity") == "Critical" || text(record, "Severity") == "Warning" ||
+        text(record, "MessageSeverity") == "Critical" ||
+        text(record, "MessageSeverity") == "Warning") {
+        return nullptr;
+    }
+    return R"(neither its Severity nor its MessageSeverity is "Critical" or "Warning")";
+}
+
+bool isCritical(const Json::Value& record) {
+    return text(record, "Severity") == "Critical" || text(record, "MessageSeverity") == "Critical";
+}
+
+std::string deviceName(const Json::Value& record, std::string_view messageId) {
+    return messageId == platformError
+               ? readText("CPER", [&] { return record["CPER"]["NotificationType"].asString(); })
+               : readText("MessageArgs", [&] { return record["MessageArgs"][0].asString(); });
+}
+
+std::string whyNotParsed(const Json::Reader& reader) {
+    const auto errors = reader.getStructuredErrors();
+    std::string reason{"it is no JSON"};
+    if (!errors.empty()) {
+        reason += ": at byte " + std::to_string(errors.front().offset_start) + ", " +
+                  errors.front().message;
+    }
+    return reason;
+}
+
+/** Null for a record to be reported, whose outputs it sets; otherwise why it is not. */
+const char* classify(const Json::Value& record, std::int32_t& event, char*& device,
+                     std::uint32_t& severity) {
+    diag_log(8, 7, "%s:  parsing JSON", logName);
+    severity = severityOther;
+    if (const char* why = whyNotReportable(record)) {
+        return why;
+    }
+    diag_log(8, 7, "%s: Entry parsing JSON", logName);
+
+    std::string messageId;
+    std::int32_t number = 0;
+    if (isCritical(record)) {
+        diag_log(8, 7, "%s: Critical parsing JSON", logName);
+        severity = severityCritical;
+        messageId = text(record, "MessageId");
+        number = lookUp(criticalMessages, messageId, otherCriticalEvent);
+    } else {
+        severity = severityWarning;
+        messageId = text(record, "MessageId");
+        number = lookUp(warningMessages, messageId, otherWarningEvent);
+    }
+
+    device = strdup(deviceName(record, messageId).c_str());
+    event = number;
+    return nullptr;
+}
+
+/** What both public functions do; `reason` may be null. */
+int examine(std::span<const std::uint8_t> record, std::int32_t& event, char*& device,
+            std::uint32_t& severity, std::string* reason) {
+    const auto tell = [reason](const auto& why) {
+        if (reason != nullptr) {
+            *reason = why();
+        }
+    };
+    // jsoncpp throws its own exceptions for members of the wrong type and standard ones for
+    // nesting deeper than it accepts. The record comes from a peer: none may end the daemon.
+    try {
+        const auto* begin = reinterpret_cast<const char*>(record.data());
+        // Comments are accepted, but kept for nobody: a record of nothing else would be copied.
+        constexpr bool collectComments = false;
+        Json::Reader reader;
+        Json::Value root;
+        if (reader.parse(begin, begin + record.size(), root, collectComments)) {
+            const char* why = classify(root, event, device, severity);
+            if (why == nullptr) {
+                return 1;
+            }
+            tell([why] { return why; });
+            return 0;
+        }
+        tell([&reader] { return whyNotParsed(reader); });
+    } catch (const std::exception& e) { // The same line as for text that is no JSON.
+        tell([&e] { return e.what(); });
+    }
+    diag_log(8, 4, "%s: Failed parsing JSON", logName);
+    return 0;
+}
+
+} // namespace
+
+int checkRedfishData(std::span<const std::uint8_t> record, std::int32_t& event, char*& device,
+                     std::uint32_t& severity) {
+    return examine(record, event, device, severity, nullptr);
+}
+
+int tavrisk::explainRedfishData(std::span<const std::uint8_t> record, std::int32_t& event,
+                                char*& device, std::uint32_t& severity, std::string& reason) {
+    return examine(record, event, device, severity, &reason);
+}

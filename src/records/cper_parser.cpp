@@ -1,0 +1,121 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "records/cper_parser.hpp"
+
+#include "log/diag_log.hpp"
+
+#include <json/value.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <span>
+#include <string>
+
+namespace {
+
+constexpr auto logName = "nvCperParse";
+
+using Bytes = std::span<const std::uint8_t>;
+
+// A record header up to and including its notification type, the last field that is read. The
+// extent is part of the type: a field outside of it does not compile.
+constexpr std::size_t headerSize = 96;
+using Header = std::span<const std::uint8_t, headerSize>;
+
+constexpr std::size_t signatureSize = 4;
+// What some senders put in front of a record.
+constexpr std::size_t leadingBytes = 4;
+
+template <std::size_t offset, std::size_t size>
+auto field(Header header) {
+    return header.subspan<offset, size>();
+}
+
+std::string rawText(Bytes bytes) {
+    return {bytes.begin(), bytes.end()};
+}
+
+std::string hexText(Bytes bytes) {
+    return bytesToHex(bytes.data(), bytes.size());
+}
+
+/** The bytes from the record's base on. Bytes without the signature are taken for a record that
+ *  begins four bytes later; that there is no second look for it there is on purpose. */
+Bytes findBase(Bytes record) {
+    const auto signature = rawText(record.first(signatureSize));
+    diag_log(8, 7, "%s: %x %x %x %x", logName, unsigned{record[0]}, unsigned{record[1]},
+             unsigned{record[2]}, unsigned{record[3]});
+    if (signature == "CPER") {
+        return record;
+    }
+    diag_log(8, 7, "%s: CPER signature %sassumed to be 4 bytes later", logName, signature.c_str());
+    return record.subspan(leadingBytes);
+}
+
+void logHeader(Header header) {
+    const auto revision = rawText(field<4, 2>(header));
+    const auto sectionCount = rawText(field<10, 2>(header));
+    const auto signature = rawText(field<0, signatureSize>(header));
+    diag_log(8, 7, "%s: Parsing data R %s,sc %s, sig %s", logName, revision.c_str(),
+             sectionCount.c_str(), signature.c_str());
+}
+
+/** Read like decimal digits on purpose: a stored 258, bytes 02 01, counts as 12. */
+std::int32_t sectionCount(Header header) {
+    const auto stored = field<10, 2>(header);
+    return 10 * stored[1] + stored[0];
+}
+
+bool isRecognised(const std::string& sectionType) {
+    const auto* const known =
+        std::find(knownSectionTypes.begin(), knownSectionTypes.end(), sectionType);
+    return known != knownSectionTypes.end() || sectionType == std::string(32, '0');
+}
+
+void summariseSection(const CperSectionDescriptor& descriptor, std::int32_t count,
+                      Json::Value& summary) {
+    const auto type = hexText(descriptor.sectionType);
+    diag_log(8, 7, "%s: Prsing data offset %d, len %d ,sc %d, temp %s", logName,
+             descriptor.sectionOffset, descriptor.sectionLength, count, type.c_str());
+    if (!isRecognised(type)) {
+        return;
+    }
+    summary["SectionType"] = hexToGuidText(type);
+    // Only the low byte counts.
+    const auto severity =
+        cperSeverityNames.find(static_cast<std::uint8_t>(descriptor.sectionSeverity));
+    if (severity != cperSeverityNames.end()) {
+        summary["MessageSeverity"] = severity->second;
+    }
+}
+
+void summariseSections(std::int32_t count, Json::Value& summary) {
+    summary["SectionType"] = hexToGuidText(knownSectionTypes[0]);
+    summary["MessageSeverity"] = "OK";
+    if (count >= 1) {
+        // The record's own descriptors are deliberately not loaded: every record with sections is
+        // a warning about the null section type, and only the first of its sections would count.
+        summariseSection(CperSectionDescriptor{}, count, summary);
+    }
+}
+
+} // namespace
+
+int nvCperParse(const std::vector<std::uint8_t>& record, Json::Value& summary) {
+    if (record.size() < signatureSize) {
+        return -1;
+    }
+    const auto base = findBase(record);
+    if (base.size() < headerSize) {
+        return -1;
+    }
+    const auto header = base.first<headerSize>();
+    logHeader(header);
+    summariseSections(sectionCount(header), summary);
+
+    const auto timestamp = field<24, 8>(header);
+    summary["Timestamp"] = cperTimestampText(timestamp.data(), timestamp.size());
+    summary["CPER"]["NotificationType"] = hexToGuidText(hexText(field<80, 16>(header)));
+    summary["EventType"] = "Event";
+    summary["MessageId"] = "Platform.1.0.PlatformError";
+    return 0;
+}

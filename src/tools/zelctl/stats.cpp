@@ -1,0 +1,302 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/zelctl/stats.hpp"
+
+#include "platform/config.hpp"
+#include "records/catalogue.hpp"
+#include "tools/zelctl/output.hpp"
+#include "tools/zelctl/render.hpp"
+#include "tools/zelctl/time_text.hpp"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <map>
+#include <utility>
+
+namespace tavrisk::zelctl {
+namespace {
+
+using Counts = std::map<std::string, std::int64_t>;
+using Row = std::pair<std::string, std::int64_t>;
+
+struct Statistics {
+    Health health{};
+    std::string firstTime;
+    std::string lastTime;
+    std::int64_t bytesOnDisk = 0;
+    std::int64_t matching = 0;
+    Counts bySeverity{{"critical", 0}, {"warning", 0}, {"other", 0}};
+    Counts byMessageId;
+    Counts byDevice;
+    std::vector<TimePoint> times; // of the matching entries
+};
+
+std::int64_t bytesOnDisk(const std::string& path) {
+    std::int64_t bytes = 0;
+    for (const auto* suffix : {"", "-wal", "-shm"}) {
+        struct stat status {};
+        if (stat((path + suffix).c_str(), &status) == 0) {
+            bytes += status.st_blocks * std::int64_t{S_BLKSIZE};
+        }
+    }
+    return bytes;
+}
+
+std::string timeOf(const LogReader& reader, std::int64_t sequence) {
+    const auto entry = reader.find(sequence);
+    return entry ? entry->time : "";
+}
+
+Statistics collect(const std::string& path, const LogReader* reader, const Filter& filter) {
+    Statistics statistics;
+    statistics.bytesOnDisk = bytesOnDisk(path);
+    if (reader == nullptr) {
+        return statistics;
+    }
+    statistics.health = reader->health();
+    if (statistics.health.entries != 0) {
+        statistics.firstTime = timeOf(*reader, statistics.health.first);
+        statistics.lastTime = timeOf(*reader, statistics.health.last);
+    }
+    reader->forEach(filter, true, [&statistics](const LogEntry& entry) {
+        ++statistics.matching;
+        ++statistics.bySeverity[name(entry.severity())];
+        ++statistics.byMessageId[entry.messageId];
+        ++statistics.byDevice[entry.device()];
+        if (const auto time = fromLogTime(entry.time)) {
+            statistics.times.push_back(*time);
+        }
+        return true;
+    });
+    return statistics;
+}
+
+/** Most frequent first. */
+std::vector<Row> ranked(const Counts& counts) {
+    std::vector<Row> rows{counts.begin(), counts.end()};
+    std::stable_sort(rows.begin(), rows.end(),
+                     [](const Row& a, const Row& b) { return a.second > b.second; });
+    return rows;
+}
+
+// --- JSON ---
+
+Json::Value positionJson(std::int64_t sequence, const std::string& time) {
+    if (sequence == 0) {
+        return {};
+    }
+    Json::Value value{Json::objectValue};
+    value["sequence"] = Json::Int64{sequence};
+    value["time"] = time;
+    return value;
+}
+
+Json::Value countsJson(const Counts& counts, const char* key) {
+    Json::Value rows{Json::arrayValue};
+    for (const auto& [label, count] : ranked(counts)) {
+        Json::Value row{Json::objectValue};
+        row[key] = label;
+        row["count"] = Json::Int64{count};
+        rows.append(std::move(row));
+    }
+    return rows;
+}
+
+Json::Value toJson(const std::string& path, const Statistics& statistics) {
+    const auto& health = statistics.health;
+    Json::Value value{Json::objectValue};
+    value["database"] = path;
+    value["schemaVersion"] = Json::Int64{health.schemaVersion};
+    value["entries"] = Json::Int64{health.entries};
+    value["cap"] = Json::Int64{platform::zelMaxEntries};
+    value["dropped"] = Json::Int64{health.dropped};
+    value["first"] = positionJson(health.first, statistics.firstTime);
+    value["last"] = positionJson(health.last, statistics.lastTime);
+    value["lastClear"] = health.lastClear ? Json::Value{*health.lastClear} : Json::Value{};
+    value["bytesOnDisk"] = Json::Int64{statistics.bytesOnDisk};
+    value["matching"] = Json::Int64{statistics.matching};
+    for (const auto& [severity, count] : statistics.bySeverity) {
+        value["bySeverity"][severity] = Json::Int64{count};
+    }
+    value["byMessageId"] = countsJson(statistics.byMessageId, "messageId");
+    value["byDevice"] = countsJson(statistics.byDevice, "device");
+    return value;
+}
+
+// --- Text ---
+
+std::string sizeText(std::int64_t bytes) {
+    constexpr std::array units{"bytes", "KiB", "MiB", "GiB"};
+    auto size = static_cast<double>(bytes);
+    std::size_t unit = 0;
+    for (; size >= 1024 && unit + 1 < units.size(); ++unit) {
+        size /= 1024;
+    }
+    std::array<char, 32> text{};
+    const int length = std::snprintf(text.data(), text.size(), unit == 0 ? "%.0f %s" : "%.1f %s",
+                                     size, units.at(unit));
+    return {text.data(), static_cast<std::size_t>(length)};
+}
+
+std::string rightAligned(std::int64_t number, std::size_t width) {
+    const auto text = std::to_string(number);
+    return std::string(std::max(width, text.size()) - text.size(), ' ') + text;
+}
+
+void putHealth(const std::string& path, const Statistics& statistics, const Style& style) {
+    constexpr std::size_t labelWidth = 13;
+    const auto put = [](const char* label, const std::string& text) {
+        putLine(padded(label, labelWidth) + text);
+    };
+    const auto position = [](std::int64_t sequence, const std::string& time) {
+        return sequence == 0 ? "none" : "#" + std::to_string(sequence) + ", " + localTimeText(time);
+    };
+    const auto& health = statistics.health;
+    putLine(emphasised(style, "Health"));
+    put("  Database", path);
+    put("  Entries",
+        std::to_string(health.entries) + " of at most " + std::to_string(platform::zelMaxEntries));
+    put("  Dropped", std::to_string(health.dropped) + " to stay below that");
+    put("  First", position(health.first, statistics.firstTime));
+    put("  Last", position(health.last, statistics.lastTime));
+    put("  Cleared", health.lastClear ? localTimeText(*health.lastClear) : "never");
+    put("  Size", sizeText(statistics.bytesOnDisk) + " on disk");
+}
+
+void putTable(const std::string& title, const std::vector<Row>& rows, const Style& style,
+              const std::function<std::string(const std::string&)>& label) {
+    constexpr std::size_t longest = 10;
+    if (rows.empty()) {
+        return;
+    }
+    putLine("");
+    putLine(emphasised(style, title));
+    std::size_t shown = 0;
+    for (const auto& [key, count] : rows) {
+        if (style.terminal && shown++ == longest) {
+            putLine("          and " + std::to_string(rows.size() - longest) + " more");
+            return;
+        }
+        putLine(rightAligned(count, 8) + "  " + label(key));
+    }
+}
+
+std::string severityLabel(const Style& style, const std::string& word) {
+    return word == name(Severity::critical)  ? coloured(style, Severity::critical, word)
+           : word == name(Severity::warning) ? coloured(style, Severity::warning, word)
+                                             : word;
+}
+
+std::string messageLabel(const std::string& id) {
+    const auto* const row = findMessage(id);
+    std::string text = row != nullptr ? row->text : "(not in the catalogue)";
+    if (const auto at = text.find("%s"); at != std::string::npos) {
+        text.replace(at, 2, "<device>");
+    }
+    return padded(harmless(id), 7) + "  " + text;
+}
+
+std::string deviceLabel(const std::string& device) {
+    return device.empty() ? "(without a name)" : harmless(device);
+}
+
+/** The shortest round period of which fewer than `rows` make up `span`. */
+std::chrono::seconds barPeriod(std::chrono::milliseconds span, int rows) {
+    using namespace std::chrono;
+    for (const auto period : {seconds{minutes{1}}, seconds{minutes{10}}, seconds{hours{1}},
+                              seconds{hours{3}}, seconds{hours{12}}, seconds{days{1}},
+                              seconds{weeks{1}}, seconds{days{30}}, seconds{days{365}}}) {
+        if (span / period < rows) {
+            return period;
+        }
+    }
+    return ceil<seconds>(span / rows);
+}
+
+/** The last round reading of the clock up to this one; weeks begin on Mondays. */
+TimePoint roundDown(TimePoint reading, std::chrono::seconds period) {
+    using namespace std::chrono;
+    const TimePoint aMonday = sys_days{1970y / January / 5};
+    const auto origin = period == weeks{1} ? aMonday : TimePoint{};
+    const auto beyond = (reading - origin) % period;
+    return reading - (beyond.count() < 0 ? beyond + period : beyond);
+}
+
+/** Takes off the times of a clock that was not set yet: they would make all others one bar. */
+std::int64_t takeOffUnsetClock(std::vector<TimePoint>& readings) {
+    using namespace std::chrono;
+    const TimePoint plausible = sys_days{2020y / January / 1};
+    const auto first = std::lower_bound(readings.begin(), readings.end(), plausible);
+    if (first == readings.end()) {
+        return 0;
+    }
+    const auto count = first - readings.begin();
+    readings.erase(readings.begin(), first);
+    return count;
+}
+
+void putChart(const std::vector<TimePoint>& times, const Style& style) {
+    constexpr int mostRows = 12;
+    if (times.empty()) {
+        return;
+    }
+    std::vector<TimePoint> readings(times.size());
+    std::transform(times.begin(), times.end(), readings.begin(), clockReading);
+    std::sort(readings.begin(), readings.end());
+    const auto unset = takeOffUnsetClock(readings);
+    const auto period = barPeriod(readings.back() - readings.front(), mostRows);
+    const auto start = roundDown(readings.front(), period);
+    std::vector<std::int64_t> bars;
+    for (const auto reading : readings) {
+        const auto bar = static_cast<std::size_t>((reading - start) / period);
+        bars.resize(std::max(bars.size(), bar + 1));
+        ++bars[bar];
+    }
+
+    constexpr int besideBar = 32;
+    const std::int64_t highest = *std::max_element(bars.begin(), bars.end());
+    const std::int64_t room = std::clamp(style.width - besideBar, 10, 60);
+    putLine("");
+    putLine(emphasised(style, "Over time"));
+    if (unset != 0) {
+        putLine(padded("  before 2020", 18) + rightAligned(unset, 8) + "  (the clock was not set)");
+    }
+    for (std::size_t i = 0; i < bars.size(); ++i) {
+        const auto begin = start + static_cast<std::int64_t>(i) * period;
+        std::string bar;
+        for (std::int64_t step = (bars[i] * room + highest - 1) / highest; step > 0; --step) {
+            bar += style.utf8 ? "\u2588" : "#";
+        }
+        putLine("  " + readingText(begin, "%F %H:%M") + rightAligned(bars[i], 8) + "  " + bar);
+    }
+}
+
+} // namespace
+
+void printStats(const std::string& path, const LogReader* reader, const Options& options) {
+    const auto statistics = collect(path, reader, options.filter);
+    if (options.json) {
+        putLine(jsonLine(toJson(path, statistics)));
+        return;
+    }
+    const auto style = Style::ofStandardOutput();
+    putHealth(path, statistics, style);
+
+    const auto count = ", " + std::to_string(statistics.matching) +
+                       (options.filter == Filter{} ? " in all" : " that match");
+    std::vector<Row> severities;
+    for (const auto severity : {Severity::critical, Severity::warning, Severity::other}) {
+        severities.emplace_back(name(severity), statistics.bySeverity.at(name(severity)));
+    }
+    putTable("Entries by severity" + count, severities, style,
+             [&style](const std::string& word) { return severityLabel(style, word); });
+    putTable("Entries by message" + count, ranked(statistics.byMessageId), style, messageLabel);
+    putTable("Entries by device" + count, ranked(statistics.byDevice), style, deviceLabel);
+    if (style.terminal) {
+        putChart(statistics.times, style);
+    }
+}
+
+} // namespace tavrisk::zelctl

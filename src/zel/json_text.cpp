@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "zel/json_text.hpp"
+
+#include "text/utf8.hpp"
+
+#include <array>
+
+namespace tavrisk::zel {
+namespace {
+
+constexpr std::string_view replacement = "\xef\xbf\xbd";
+
+template <typename Consumer>
+void forEachCharacter(std::string_view text, Consumer consume) {
+    while (!text.empty()) {
+        const auto character = platform::firstCharacter(text);
+        consume(character, character.valid ? text.substr(0, character.length) : replacement);
+        text.remove_prefix(character.length);
+    }
+}
+
+void appendQuoted(std::string& json, std::string_view text) {
+    json += '"';
+    forEachCharacter(text, [&json](const platform::Character& character, std::string_view utf8) {
+        constexpr std::string_view hex = "0123456789abcdef";
+        if (character.valid && character.isControl()) {
+            json += "\\u00";
+            json += hex[character.codePoint >> 4U];
+            json += hex[character.codePoint & 0xfU];
+            return;
+        }
+        if (utf8 == "\"" || utf8 == "\\") {
+            json += '\\';
+        }
+        json += utf8;
+    });
+    json += '"';
+}
+
+} // namespace
+
+std::string toUtf8(std::string_view bytes) {
+    std::string text;
+    forEachCharacter(bytes, [&text](const platform::Character& /*character*/,
+                                    std::string_view utf8) { text += utf8; });
+    return text;
+}
+
+std::string toJsonArray(std::span<const std::string_view> strings) {
+    std::string json = "[";
+    for (const auto string : strings) {
+        if (json.size() > 1) {
+            json += ',';
+        }
+        appendQuoted(json, string);
+    }
+    json += ']';
+    return json;
+}
+
+} // namespace tavrisk::zel

@@ -1,0 +1,207 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "daemon/retention/child_runner.hpp"
+#include "log/diag_log.hpp"
+#include "tests/world.hpp"
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <regex>
+#include <tuple>
+
+namespace fs = std::filesystem;
+using namespace ::testing;
+
+namespace {
+
+/** The runner in the test's own process, which has the shim preloaded as the daemon has. */
+using ChildRunner = World;
+
+constexpr std::uint32_t noTimeout = 99;
+
+/** An empty command stands for a shell that is not there. */
+int run(const char* command, std::uint32_t minutes) {
+    const char* path = *command != '\0' ? "/bin/sh" : "/none";
+    const std::array<const char*, 4> arguments{path, "-c", command, nullptr};
+    const auto* const unwritten = const_cast<char* const*>(arguments.data());
+    return minutes == noTimeout ? system_call_wait(path, unwritten)
+                                : system_call_timeout(path, unwritten, minutes);
+}
+
+TEST_F(ChildRunner, TellsHowTheCommandEnded) {
+    using Row = std::tuple<const char*, std::uint32_t, int, const char*>;
+    const auto rows = std::to_array<Row>(
+        {{"exit 0", 1, 0, "|kill 9|5 - STATUS 0 -EXIT STATUS 0|5Returning SUCCESS"},
+         {"exit 3", 1, -1, "|5 - STATUS 300 -EXIT STATUS 3|5Returning FAILURE"},
+         {"kill $$", 1, -1, "|kill 9|5 - STATUS f -EXIT STATUS 0|5Killing |5Returning FAILURE"},
+         {"exit 3", 0, -1, "|kill 9|5 - STATUS 300 -EXIT STATUS 3|5Killing |5Returning FAILURE"},
+         {"", 1, -1, "|5Exec return -1|5 - STATUS ff00 -EXIT STATUS 255|5Returning FAILURE"},
+         {"sleep 99; :", 5, 0,
+          "|5PID 0 - STATUS 0 -EXIT STATUS 0|kill 9|kill group 9|5Returning SUCCESS"},
+         {"exit 0", noTimeout, 0, "|5 - STATUS 0"},
+         {"exit 3", noTimeout, -1, "|5 - STATUS 300|3Returning FAILURE"},
+         {"", noTimeout, -1, "|5Exec return: 2 -1|5 - STATUS fe00|3Returning FAILURE"}});
+    const std::regex ignored{
+        R"(\|log 5 349 \w+: (Performing|Waiting)[^|]*|\|sleep 1|log | 349 \w+: |)"
+        R"(PID [1-9]\d*|\\n)"};
+    for (const auto& [command, minutes, result, expected] : rows) {
+        fail("late", minutes == 5 ? 0 : 1);
+        EXPECT_EQ(run(command, minutes), result);
+        EXPECT_EQ(recordedWith("sleep 1").size(), minutes == 5 ? 300 : 0);
+        EXPECT_EQ(recordedWith("_timeout: ").size(), recordedWith("\\n").size());
+        std::string trace;
+        for (const auto& line : recorded()) {
+            trace += "|" + line;
+        }
+        EXPECT_EQ(std::regex_replace(trace, ignored, ""), expected);
+        forgetRecorded();
+    }
+    fail("late", 0);
+    EXPECT_EQ(run("sleep 0.3", 0), 0);
+    EXPECT_THAT(recorded(), IsSupersetOf({HasSubstr(": Performing /bin/sh -c sleep 0.3\\n"),
+                                          HasSubstr(": Waiting for Child to exit\\n")}));
+    EXPECT_GT(recordedWith("sleep 1").size(), 60);
+    fail("pthread_create", EAGAIN);
+    EXPECT_EQ(run("sleep 99; :", 1), 0);
+    fail("pthread_create", 0);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), 0); // No zombie is left.
+}
+
+TEST_F(ChildRunner, IsNotHeldUpForLongByALogCallThatHangs) {
+    fail("hang", 1);
+    const std::jthread hanging{[] { diag_log(8, 7, "hang"); }};
+    EXPECT_TRUE(waitForRecorded("hangs"));
+    EXPECT_EQ(run("exit 0", 1), 0);
+    fail("hang", 0);
+}
+
+TEST_F(ChildRunner, GivesTheCommandAWorldOfItsOwn) {
+    const int inherited = open("/dev/null", O_RDONLY);
+    std::signal(SIGHUP, SIG_IGN);
+    sigset_t all;
+    sigfillset(&all);
+    sigprocmask(SIG_BLOCK, &all, nullptr);
+    // The last two: it leads a process group, and no alarm is set.
+    const auto* const command = R"(exec >/run/child
+        tr '\0' ' ' </proc/$$/environ && ls -C /proc/$$/fd
+        while read -r line; do case $line in Sig[BI]*) echo $line; esac; done </proc/$$/status
+        [ $$ = $(cut -d ' ' -f 5 /proc/$$/stat) ] && exec perl -e 'print alarm 0')";
+    EXPECT_EQ(run(command, 0), 0);
+    sigprocmask(SIG_UNBLOCK, &all, nullptr);
+    close(inherited);
+    EXPECT_EQ(readFile("/run/child"),
+              "HOME=/ PATH=/bin:/app/bin:/usr/bin USER=hmcclient LD_LIBRARY_PATH=/usr/lib "
+              "0  1  2\nSigBlk: 0000000000000000\nSigIgn: 0000000000000000\n0");
+}
+
+TEST_F(ChildRunner, LosesNoneOf2000ChildrenWhileThreadsLog) {
+    std::atomic<bool> done = false;
+    const auto log = [&done] {
+        while (!done) {
+            diag_log(8, 7, "%s: busy\n", "logger");
+        }
+    };
+    const auto runThousand = [](std::uint32_t minutes) {
+        int good = 0;
+        while (good < 1000 && run(":", minutes) == 0) {
+            ++good;
+        }
+        EXPECT_EQ(good, 1000);
+    };
+    const std::array loggers{std::jthread{log}, std::jthread{log}, std::jthread{log}};
+    std::thread other{runThousand, 0};
+    runThousand(noTimeout);
+    other.join();
+    done = true;
+}
+
+class Retention : public World {
+protected:
+    static void setScript(const std::string& commands) {
+        writeFile("/app/bin/wuxRetensionChk.sh", "#!/bin/sh\n" + commands);
+        fs::permissions("/app/bin/wuxRetensionChk.sh", fs::perms::all);
+    }
+    static auto filesInCache() {
+        const std::array files{"/run/hmc/a", "/run/hmc/dump/b", "/run/hmc/rawCPER/c"};
+        return std::ranges::count_if(files, [](const auto* file) { return fs::exists(file); });
+    }
+    static void fillCache() {
+        EXPECT_EQ(std::system("touch /run/hmc/a /run/hmc/dump/b /run/hmc/rawCPER/c"), 0);
+    }
+    [[nodiscard]] std::string workingDirectory() const {
+        return fs::read_symlink("/proc/" + std::to_string(daemon->pid()) + "/cwd");
+    }
+};
+
+TEST_F(Retention, PolicesWithTheSettingsOfEveryCycle) {
+    setScript(R"(case $1 in */dump/) exit 7; esac; [ "$2" != 1 ] || sleep 99)");
+    startDaemon();
+    Peer peer;
+    using Row = std::tuple<int, int, std::string, const char*>;
+    const auto rows = std::to_array<Row>({{10, 10, " 10\\n", "nanosleep 600"},
+                                          {255, 200, " 100\\n", "nanosleep 1200"},
+                                          {100, 20, " 100\\n", "nanosleep 1200"},
+                                          {0, 0, " 1\\n", "nanosleep 60"}});
+    for (const auto& [size, interval, usedSize, sleep] : rows) {
+        peer.set("RetentionSizeInMB", static_cast<std::uint8_t>(size));
+        peer.set("RetentionIntervalInMinutes", static_cast<std::uint8_t>(interval));
+        ASSERT_TRUE(waitForRecorded("nanosleep"));
+        auto runs = recordedWith(" -c /app/bin/wuxRetensionChk.sh /var/run/hmc/");
+        runs.resize(3); // The next cycle may have begun.
+        EXPECT_THAT(runs, ElementsAre(EndsWith("/hmc/" + usedSize), EndsWith("/dump/" + usedSize),
+                                      EndsWith("/rawCPER/" + usedSize)));
+        EXPECT_THAT(recordedWith(": Failed policing HMC WUX data location : -1"), SizeIs(Ge(1)));
+        EXPECT_EQ(recordedWith("nanosleep").front(), sleep);
+        EXPECT_THAT(recordedWith("sleep 1"), SizeIs(AllOf(Ge(size == 0 ? 120 : 0), Le(300))));
+        forgetRecorded();
+    }
+}
+
+TEST_F(Retention, ClearsTheCacheOnceItIsSaved) {
+    startDaemon();
+    const auto before = workingDirectory();
+    fillCache();
+    Peer peer;
+    EXPECT_EQ(peer.call("SaveAndClearCache"), 1); // No script.
+    for (const auto* script : {"exit 1", "kill -9 $$"}) {
+        setScript(script);
+        EXPECT_EQ(peer.call("SaveAndClearCache"), 1);
+    }
+    fail("fork", EAGAIN);
+    EXPECT_EQ(peer.call("SaveAndClearCache"), 1);
+    EXPECT_EQ(filesInCache(), 3);
+
+    fail("fork", 0);
+    setScript("sleep 99"); // That is ended and counts as a success.
+    peer.call("SaveAndClearCache");
+    EXPECT_TRUE(eventually([] { return filesInCache() == 0; }));
+    setScript("exit 0");
+    EXPECT_EQ(peer.call("SaveAndClearCache"), 0);
+    EXPECT_EQ(workingDirectory(), before);
+    EXPECT_THAT(recordedOnBusThread(),
+                Contains("log 3 349 saveAndClearCache: Failed policing HMC data location : -1"));
+}
+
+TEST_F(Retention, ServesOnAfterADirectoryWasMissing) {
+    setScript("exit 0");
+    fs::remove("/run/hmc/dump");
+    startDaemon();
+    Peer peer;
+    EXPECT_EQ(peer.call("SaveAndClearCache"), std::nullopt);
+    EXPECT_THAT(recordedOnBusThread(), Contains(EndsWith("failed processing messages [10]")));
+    EXPECT_EQ(workingDirectory(), "/run/hmc/rawCPER");
+    fs::create_directory("/run/hmc/dump");
+    fillCache();
+    EXPECT_EQ(peer.call("SaveAndClearCache"), 0);
+    EXPECT_EQ(filesInCache(), 0);
+}
+
+} // namespace
