@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -17,6 +18,10 @@ struct CatalogueMessage {
 
 /** The catalogue, one row per event number. */
 extern const std::array<CatalogueMessage, 8> catalogue;
+
+/** What the packed arguments of a message may take in the event log, in bytes, each with its
+ *  terminating zero. */
+constexpr std::size_t messageArgumentsCapacity = 1024;
 
 /** The row of an event number, or null for a number that is not in the catalogue. */
 const CatalogueMessage* findMessage(std::int32_t event);

@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <string_view>
 
-namespace tavrisk::platform {
+namespace tavrisk::text {
 
 /** A point in time as "2025-01-31T23:59:59.999Z": of fixed width, so that the texts sort as the
  *  times do. */
@@ -42,4 +42,4 @@ private:
     std::array<char, 25> text_ = std::to_array("0000-00-00T00:00:00.000Z");
 };
 
-} // namespace tavrisk::platform
+} // namespace tavrisk::text

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
-namespace tavrisk::platform {
+namespace tavrisk::text {
 
 /** One character at the start of a text, or one byte that starts none (`valid` is then false, the
  *  length 1 and the code point the byte's value). */
@@ -53,4 +53,4 @@ constexpr Character firstCharacter(std::string_view text) {
     return {codePoint, length, true};
 }
 
-} // namespace tavrisk::platform
+} // namespace tavrisk::text

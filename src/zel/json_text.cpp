@@ -13,7 +13,7 @@ constexpr std::string_view replacement = "\xef\xbf\xbd";
 template <typename Consumer>
 void forEachCharacter(std::string_view text, Consumer consume) {
     while (!text.empty()) {
-        const auto character = platform::firstCharacter(text);
+        const auto character = text::firstCharacter(text);
         consume(character, character.valid ? text.substr(0, character.length) : replacement);
         text.remove_prefix(character.length);
     }
@@ -21,7 +21,7 @@ void forEachCharacter(std::string_view text, Consumer consume) {
 
 void appendQuoted(std::string& json, std::string_view text) {
     json += '"';
-    forEachCharacter(text, [&json](const platform::Character& character, std::string_view utf8) {
+    forEachCharacter(text, [&json](const text::Character& character, std::string_view utf8) {
         constexpr std::string_view hex = "0123456789abcdef";
         if (character.valid && character.isControl()) {
             json += "\\u00";
@@ -41,8 +41,9 @@ void appendQuoted(std::string& json, std::string_view text) {
 
 std::string toUtf8(std::string_view bytes) {
     std::string text;
-    forEachCharacter(bytes, [&text](const platform::Character& /*character*/,
-                                    std::string_view utf8) { text += utf8; });
+    forEachCharacter(bytes, [&text](const text::Character& /*character*/, std::string_view utf8) {
+        text += utf8;
+    });
     return text;
 }
 

@@ -187,7 +187,7 @@ void Store::clear() {
     Transaction transaction{connection_};
     connection_.execute("DELETE FROM entries");
     Statement note{connection_, "UPDATE state SET last_clear = ?"};
-    const platform::UtcTime now{std::chrono::system_clock::now()};
+    const text::UtcTime now{std::chrono::system_clock::now()};
     note.bind(1, now.text());
     note.step();
     transaction.commit();

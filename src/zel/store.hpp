@@ -12,7 +12,7 @@
 namespace tavrisk::zel {
 
 struct Entry {
-    std::string time; // UTC, as platform::UtcTime has it
+    std::string time; // UTC, as text::UtcTime has it
     std::string messageId;
     std::uint16_t severity;
     std::string arguments; // a JSON array of strings

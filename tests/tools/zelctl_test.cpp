@@ -188,7 +188,7 @@ TEST_F(Zelctl, PrintsWhatItsSchemaPromises) {
     const auto expectPromised = [&](const std::string& arguments, const char* name) {
         EXPECT_TRUE(holds(output(arguments), schema["$defs"][name], schema["$defs"])) << arguments;
     };
-    add(std::string{tavrisk::platform::UtcTime{now}.text()}, "HMC0001", 1, "GPU0");
+    add(std::string{tavrisk::text::UtcTime{now}.text()}, "HMC0001", 1, "GPU0");
     expectPromised("list -n 1", "entry");
     expectPromised("show 3", "shownEntry");
     expectPromised("stats", "stats");

@@ -3,6 +3,7 @@
 
 #include "contract/platform/mosslink.h"
 #include "log/diag_log.hpp"
+#include "records/catalogue.hpp"
 
 #include <array>
 #include <cstdio>

@@ -1,17 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
-
-namespace tavrisk {
-
-/** What the packed arguments of a message may take, in bytes, each with its terminating zero. */
-constexpr std::size_t messageArgumentsCapacity = 1024;
-
-} // namespace tavrisk
 
 /**
  * Submits one registry message to the platform event log (ZEL). Only `messageId`, the arguments

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "daemon/intake/cper_record.hpp"
 
+#include "contract/places.hpp"
 #include "daemon/events/worker.hpp"
 #include "daemon/intake/data_tree.hpp"
 #include "log/diag_log.hpp"
@@ -38,8 +39,8 @@ int createLogServiceEntry(std::vector<std::uint8_t> logDataBuffer, std::string v
         return result;
     }
 
-    const auto path =
-        tavrisk::dataRoot + ("rawCPER/" + validationString + "." + summary["Timestamp"].asString());
+    const auto path = tavrisk::dataRoot + (tavrisk::rawCperDirectory + validationString + "." +
+                                           summary["Timestamp"].asString());
     diag_log(8, 7, "%s: Attempt data write to file: %s", logName, path.c_str());
     // Only an exception ends it here: without a file the event still goes on.
     if (tavrisk::writeDataFile(logName, path, logDataBuffer) == -1) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "daemon/intake/data_file.hpp"
 
+#include "contract/places.hpp"
 #include "daemon/events/worker.hpp"
 #include "daemon/intake/data_tree.hpp"
 #include "log/diag_log.hpp"
@@ -14,8 +15,8 @@ int SaveData(const std::string& validationString, const std::vector<std::uint8_t
     if (validationString.empty()) {
         return -1;
     }
-    return tavrisk::writeDataFile(__func__, tavrisk::dataRoot + ("dump/" + validationString),
-                                  logDataBuffer);
+    return tavrisk::writeDataFile(
+        __func__, tavrisk::dataRoot + (tavrisk::dumpDirectory + validationString), logDataBuffer);
 }
 
 int tavrisk_daemon_thread(std::vector<std::uint8_t> logDataBuffer, std::string validationString) {

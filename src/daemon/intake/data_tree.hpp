@@ -7,9 +7,6 @@
 
 namespace tavrisk {
 
-/** Where all data files live; made by the platform, never by the daemon. */
-inline constexpr auto dataRoot = "/var/run/hmc/";
-
 /**
  * Creates or replaces the file with exactly these bytes and gives it mode 0774. `logName` stands in
  * the warnings.

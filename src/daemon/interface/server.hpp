@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "contract/properties.hpp"
 #include "daemon/interface/common.hpp"
 
 #include <sdbusplus/bus.hpp>
@@ -12,6 +13,7 @@
 #include <atomic>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -113,14 +115,20 @@ private:
     template <typename Stored, typename Value>
     Value store(Stored& property, Value value, const char* name, bool skipSignal);
 
+    template <typename Value>
+    static Value start(const tavrisk::PropertyRow& row) {
+        return std::get<Value>(row.start);
+    }
+
     static const std::array<sdbusplus::vtable::vtable_t, 11> memberTable;
 
-    std::string systemLEDSetting_{"Disabled"};
+    std::string systemLEDSetting_{start<std::string_view>(tavrisk::systemLEDSetting)};
     // Read by the retention monitor while the bus thread stores.
-    std::atomic<std::uint8_t> retentionSizeInMB_{10};
-    std::atomic<std::uint8_t> retentionIntervalInMinutes_{10};
-    std::string wUXDataLocation_{"/mmc1/hmc"};
-    std::string wUXDataCacheLocation_{"/var/run/hmc"};
+    std::atomic<std::uint8_t> retentionSizeInMB_{start<std::uint8_t>(tavrisk::retentionSizeInMB)};
+    std::atomic<std::uint8_t> retentionIntervalInMinutes_{
+        start<std::uint8_t>(tavrisk::retentionIntervalInMinutes)};
+    std::string wUXDataLocation_{start<std::string_view>(tavrisk::wUXDataLocation)};
+    std::string wUXDataCacheLocation_{start<std::string_view>(tavrisk::wUXDataCacheLocation)};
 
     // Last, so that no callback can come before the values above are there.
     sdbusplus::server::interface::interface interface_;

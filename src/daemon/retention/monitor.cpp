@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "daemon/retention/monitor.hpp"
 
-#include "daemon/intake/data_tree.hpp"
+#include "contract/places.hpp"
+#include "contract/properties.hpp"
 #include "daemon/retention/child_runner.hpp"
 #include "log/diag_log.hpp"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -17,16 +17,14 @@ namespace {
 
 constexpr auto monitorName = "wuxmonitor_thread";
 
-constexpr unsigned greatestSizeInMB = 100;
-constexpr unsigned greatestIntervalInMinutes = 20;
 constexpr std::time_t secondsPerMinute = 60;
 
 /** Below the data root, in the order in which they are policed. */
-constexpr std::array dataDirectories{"", "dump/", "rawCPER/"};
+constexpr std::array dataDirectories{"", tavrisk::dumpDirectory, tavrisk::rawCperDirectory};
 
 void police(const char* directory, unsigned sizeInMB, unsigned minutes) {
     std::array<char, 80> command{};
-    std::snprintf(command.data(), command.size(), "/app/bin/wuxRetensionChk.sh %s%s %u",
+    std::snprintf(command.data(), command.size(), "%s %s%s %u", tavrisk::retentionScript,
                   tavrisk::dataRoot, directory, sizeInMB);
     if (const int result = tavrisk::runInShell(command.data(), minutes)) {
         diag_log(8, 4, "%s: Failed policing HMC WUX data location : %d", monitorName, result);
@@ -41,14 +39,6 @@ void sleepFor(unsigned minutes) {
 
 } // namespace
 
-unsigned tavrisk::effectiveSizeInMB(std::uint8_t setting) {
-    return std::clamp<unsigned>(setting, 1, greatestSizeInMB);
-}
-
-unsigned tavrisk::effectiveIntervalInMinutes(std::uint8_t setting) {
-    return std::clamp<unsigned>(setting, 1, greatestIntervalInMinutes);
-}
-
 void wuxmonitor_start(RetentionSettings settings) {
     // The words mislead and are kept: the monitor is about to start.
     diag_log(8, 4, "%s : No Monitoring yet!, rc = %d \n", __func__, 1);
@@ -57,8 +47,9 @@ void wuxmonitor_start(RetentionSettings settings) {
 
 void wuxmonitor_thread(const RetentionSettings& settings) {
     for (;;) {
-        const unsigned sizeInMB = tavrisk::effectiveSizeInMB(settings.sizeInMB());
-        const unsigned minutes = tavrisk::effectiveIntervalInMinutes(settings.intervalInMinutes());
+        const unsigned sizeInMB = tavrisk::retentionSizeInMB.effective(settings.sizeInMB());
+        const unsigned minutes =
+            tavrisk::retentionIntervalInMinutes.effective(settings.intervalInMinutes());
         for (const auto* directory : dataDirectories) {
             police(directory, sizeInMB, minutes);
         }

@@ -17,14 +17,6 @@ struct RetentionSettings {
     std::function<std::uint8_t()> intervalInMinutes;
 };
 
-namespace tavrisk {
-
-/** What the monitor takes the settings for: values out of range count as the nearest one in it. */
-unsigned effectiveSizeInMB(std::uint8_t setting);
-unsigned effectiveIntervalInMinutes(std::uint8_t setting);
-
-} // namespace tavrisk
-
 /** Starts the retention monitor for the life of the process and returns at once. Raises
  *  std::system_error when the thread cannot be started. */
 void wuxmonitor_start(RetentionSettings settings);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "daemon/retention/save_and_clear.hpp"
 
-#include "daemon/intake/data_tree.hpp"
+#include "contract/places.hpp"
 #include "daemon/retention/child_runner.hpp"
 #include "log/diag_log.hpp"
 
@@ -23,18 +23,18 @@ int clear(const char* directory) {
 
 std::int32_t saveAndClearCache() {
     const auto workingDirectory = std::filesystem::current_path();
-    if (const int result =
-            tavrisk::runInShell("/app/bin/wuxRetensionChk.sh cache", minutesPerCommand)) {
+    const auto command = std::string{tavrisk::retentionScript} + " cache";
+    if (const int result = tavrisk::runInShell(command.c_str(), minutesPerCommand)) {
         diag_log(8, 4, "%s: Failed saving HMC cache data : %d", logName, result);
         return 1;
     }
 
     // A directory that cannot be entered raises an exception that ends the call on purpose: what
     // follows would clear whatever directory the daemon is in.
-    if (const int result = clear("rawCPER/")) {
+    if (const int result = clear(tavrisk::rawCperDirectory)) {
         diag_log(8, 4, "%s: Failed policing rawCPER data location : %d", logName, result);
     }
-    if (const int result = clear("dump/")) {
+    if (const int result = clear(tavrisk::dumpDirectory)) {
         diag_log(8, 4, "%s: Failed policing dump data location : %d", logName, result);
     }
     // This one always fails when the directories above are there: rm refuses them.

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "contract/names.hpp"
 #include "daemon/service/bus_loop.hpp"
 #include "daemon/service/tavriskmain.hpp"
 #include "log/diag_log.hpp"
@@ -13,8 +14,6 @@
 #include <memory>
 
 namespace {
-
-constexpr auto busName = "com.vorn.bmc.tavrisk";
 
 struct UnrefBus {
     void operator()(sd_bus* bus) const noexcept { sd_bus_unref(bus); }
@@ -52,11 +51,11 @@ int main() {
         return initResult;
     }
 
-    diag_log(8, 7, "[%s:%d] Requesting %s", __func__, __LINE__, busName);
+    diag_log(8, 7, "[%s:%d] Requesting %s", __func__, __LINE__, tavrisk::busName);
     try {
-        bus.request_name(busName);
+        bus.request_name(tavrisk::busName);
     } catch (...) {
-        diag_log(8, 4, "[%s:%d] failed requesting %s ", __func__, __LINE__, busName);
+        diag_log(8, 4, "[%s:%d] failed requesting %s ", __func__, __LINE__, tavrisk::busName);
         return EXIT_FAILURE;
     }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "daemon/service/tavriskmain.hpp"
 
+#include "contract/names.hpp"
 #include "daemon/retention/monitor.hpp"
 #include "log/diag_log.hpp"
 
@@ -12,8 +13,6 @@
 Tavrisk* tavrisk_object = nullptr;
 
 namespace {
-
-constexpr auto objectPath = "/com/vorn/bmc/tavrisk";
 
 /** sd-bus sends InterfacesAdded only below an object manager, so that peers can learn of the object
  *  and ask for it with GetManagedObjects. It stays for the life of the connection. */
@@ -29,7 +28,7 @@ void addObjectManager(sdbusplus::bus::bus& bus) {
 int tavriskmain_init(sdbusplus::bus::bus& bus) {
     try {
         addObjectManager(bus);
-        auto object = std::make_unique<Tavrisk>(bus, objectPath);
+        auto object = std::make_unique<Tavrisk>(bus, tavrisk::objectPath);
         // Peers know the object from here on: it stays, whatever happens in the steps left.
         tavrisk_object = object.release();
         wuxmonitor_start(tavrisk_object);

@@ -62,7 +62,7 @@ MOSSLINKError EventLog::submit(Entry entry) {
         collecting_ = std::make_shared<Batch>();
     }
     const auto batch = collecting_;
-    entry.time = platform::UtcTime{std::chrono::system_clock::now()}.text();
+    entry.time = text::UtcTime{std::chrono::system_clock::now()}.text();
     batch->entries.push_back(std::move(entry));
     if (batch->entries.size() > 1) {
         batch->finished.wait(lock, [&batch] { return batch->result.has_value(); });

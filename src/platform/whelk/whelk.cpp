@@ -19,7 +19,7 @@
 
 namespace {
 
-using tavrisk::platform::firstCharacter;
+using tavrisk::text::firstCharacter;
 
 // A longer message is cut; the line has room for the prefix and for some escapes besides.
 constexpr std::size_t messageCapacity = 4096;
@@ -84,7 +84,7 @@ private:
 };
 
 void putPrefix(Line& line, std::uint8_t level, int component) {
-    line.append(tavrisk::platform::UtcTime{std::chrono::system_clock::now()}.text());
+    line.append(tavrisk::text::UtcTime{std::chrono::system_clock::now()}.text());
     for (const long number : {long{level}, long{component}, long{getpid()}}) {
         line.append(" ");
         line.append(number);

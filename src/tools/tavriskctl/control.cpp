@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "daemon/retention/monitor.hpp"
+#include "contract/properties.hpp"
 #include "tools/tavriskctl/commands.hpp"
 #include "tools/tavriskctl/daemon.hpp"
 #include "tools/tavriskctl/report.hpp"
@@ -13,8 +13,7 @@ std::string effect(const Property& property) {
     if (number == nullptr) {
         return {};
     }
-    const auto used = property.first == "RetentionSizeInMB" ? effectiveSizeInMB(*number)
-                                                            : effectiveIntervalInMinutes(*number);
+    const auto used = findProperty(property.first)->effective(*number);
     return used == *number ? "" : ", which counts as " + std::to_string(used);
 }
 

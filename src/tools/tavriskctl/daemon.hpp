@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "contract/names.hpp"
 #include "tools/tavriskctl/connection.hpp"
 #include "tools/tavriskctl/property.hpp"
 
@@ -12,9 +13,6 @@
 
 namespace tavrisk::ctl {
 
-constexpr auto busName = "com.vorn.bmc.tavrisk";
-constexpr auto objectPath = "/com/vorn/bmc/tavrisk";
-constexpr auto interfaceName = "com.vorn.bmc.tavrisk";
 constexpr auto propertiesInterface = "org.freedesktop.DBus.Properties";
 
 /** Who owns the bus name; members that could not be learnt are empty. */

@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "daemon/events/raise_event.hpp"
 #include "records/catalogue.hpp"
 #include "records/classifier.hpp"
 #include "records/cper_parser.hpp"

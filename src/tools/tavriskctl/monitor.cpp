@@ -37,7 +37,8 @@ public:
         // Before the first look at the owner, so that no change falls between.
         check(sd_bus_match_signal(bus_, nullptr, busName, objectPath, propertiesInterface,
                                   "PropertiesChanged", call<&Watch::propertiesChanged>, this));
-        check(sd_bus_add_match(bus_, nullptr, ownerMatch, call<&Watch::ownerChanged>, this));
+        check(sd_bus_add_match(bus_, nullptr, ownerMatch().c_str(), call<&Watch::ownerChanged>,
+                               this));
         const auto owner = daemon.owner();
         if (owner) {
             tellOwner("present", "the daemon is there", owner->uniqueName);
@@ -67,9 +68,11 @@ public:
     }
 
 private:
-    static constexpr auto ownerMatch =
-        "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
-        "member='NameOwnerChanged',arg0='com.vorn.bmc.tavrisk'";
+    static std::string ownerMatch() {
+        return "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
+               "member='NameOwnerChanged',arg0='" +
+               std::string{busName} + "'";
+    }
 
     /** A libsystemd callback: an exception must not cross its frames and ends the loop instead. */
     template <void (Watch::*Body)(sd_bus_message*)>

@@ -1,27 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/tavriskctl/property.hpp"
 
+#include "contract/properties.hpp"
 #include "tools/tavriskctl/connection.hpp"
 #include "tools/tavriskctl/exit.hpp"
 
-#include <algorithm>
-#include <array>
 #include <charconv>
 #include <optional>
 #include <string_view>
 
 namespace tavrisk::ctl {
 namespace {
-
-struct PropertyRow {
-    std::string_view name;
-    char type;
-};
-constexpr std::array propertyRows{
-    PropertyRow{"SystemLEDSetting", 's'},           PropertyRow{"RetentionSizeInMB", 'y'},
-    PropertyRow{"RetentionIntervalInMinutes", 'y'}, PropertyRow{"WUXDataLocation", 's'},
-    PropertyRow{"WUXDataCacheLocation", 's'},
-};
 
 std::uint8_t parseByte(const std::string& property, const std::string& text) {
     std::uint8_t value = 0;
@@ -54,12 +43,11 @@ std::optional<PropertyValue> readVariant(sd_bus_message* message) {
 } // namespace
 
 Property parseProperty(const std::string& name, const std::string& value) {
-    const auto* row = std::find_if(propertyRows.begin(), propertyRows.end(),
-                                   [&](const PropertyRow& known) { return known.name == name; });
-    if (row == propertyRows.end()) {
+    const auto* row = findProperty(name);
+    if (row == nullptr) {
         throw Failure{Exit::usage, "there is no property '" + name + "'"};
     }
-    if (row->type == 'y') {
+    if (std::holds_alternative<std::uint8_t>(row->start)) {
         return {name, parseByte(name, value)};
     }
     return {name, value};

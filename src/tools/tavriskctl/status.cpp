@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "daemon/intake/data_tree.hpp"
+#include "contract/places.hpp"
 #include "tools/tavriskctl/commands.hpp"
 #include "tools/tavriskctl/daemon.hpp"
 #include "tools/tavriskctl/report.hpp"

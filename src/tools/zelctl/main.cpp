@@ -19,9 +19,6 @@
 #include <iostream>
 #include <optional>
 
-// The classifier comes with the daemon's diagnostic log, where a reader has nothing to say.
-void diag_log(int /*facility*/, int /*level*/, const char* /*format*/, ...) {}
-
 namespace tavrisk::zelctl {
 namespace {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/zelctl/raw_file.hpp"
 
-#include "daemon/intake/data_tree.hpp"
+#include "contract/places.hpp"
 #include "records/catalogue.hpp"
 #include "records/classifier.hpp"
 #include "records/cper_parser.hpp"
@@ -31,9 +31,6 @@ using std::chrono::seconds;
 
 // A submission may have waited for the database.
 constexpr seconds longestDelay{60};
-
-// Where the retention script saves the data tree, under the same names and with the same times.
-constexpr auto savedRoot = "/mmc1/hmc/";
 
 using Bytes = std::vector<std::uint8_t>;
 

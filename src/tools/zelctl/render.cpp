@@ -38,7 +38,7 @@ bool isInvisible(char32_t codePoint) {
     });
 }
 
-std::string escape(const platform::Character& character) {
+std::string escape(const text::Character& character) {
     if (character.codePoint == '\n') {
         return "\\n";
     }
@@ -50,7 +50,7 @@ std::string escape(const platform::Character& character) {
 }
 
 /** Columns that the character takes on a terminal; an escape takes one a byte. */
-std::size_t columnsOf(const platform::Character& character) {
+std::size_t columnsOf(const text::Character& character) {
     const int columns = character.valid ? wcwidth(static_cast<wchar_t>(character.codePoint)) : 1;
     return static_cast<std::size_t>(std::max(columns, 0));
 }
@@ -61,7 +61,7 @@ std::size_t lineLength(std::string_view text, std::size_t room) {
     std::size_t columns = 0;
     std::size_t afterBlank = 0;
     for (std::size_t at = 0; at < text.size();) {
-        const auto character = platform::firstCharacter(text.substr(at));
+        const auto character = text::firstCharacter(text.substr(at));
         columns += columnsOf(character);
         if (columns > room) {
             return afterBlank != 0 ? afterBlank : at;
@@ -137,7 +137,7 @@ std::string hanging(const Style& style, std::size_t indent, std::string_view tex
 std::string harmless(std::string_view text) {
     std::string result;
     while (!text.empty()) {
-        const auto character = platform::firstCharacter(text);
+        const auto character = text::firstCharacter(text);
         if (!character.valid || character.isControl() || isInvisible(character.codePoint) ||
             (character.length > 1 && isTerminalWithoutUtf8())) {
             result += escape(character);

@@ -224,7 +224,7 @@ std::optional<std::string> parseTime(std::string_view text, TimePoint now, Bound
     if (!time) {
         return {};
     }
-    return std::string{platform::UtcTime{*time}.text()};
+    return std::string{text::UtcTime{*time}.text()};
 }
 
 std::optional<TimePoint> fromLogTime(std::string_view text) {

@@ -4,7 +4,9 @@
 #include <cstdarg>
 #include <cstdio>
 
-// Reads the arguments, so that a sanitizer sees a bad one, and writes nothing.
+// Stands in for the diagnostic log in programs that share functions with the daemon: what they have
+// to say goes to their user, and nothing of it into the machine's logs. The arguments are read all
+// the same, so that a fuzzer's sanitizer sees a bad one.
 void diag_log(int /*facility*/, int /*level*/, const char* format, ...) {
     std::va_list arguments;
     va_start(arguments, format);
