@@ -23,4 +23,8 @@ void rethrowCarriedException() {
     }
 }
 
+void dropCarriedException() noexcept {
+    carried = nullptr;
+}
+
 } // namespace tavrisk

@@ -16,4 +16,8 @@ void carryException() noexcept;
 /** Rethrows the carried exception, if there is one, and forgets it. */
 void rethrowCarriedException();
 
+/** Forgets the carried exception: the call into libsystemd has failed as well, and the two count as
+ *  one failure. */
+void dropCarriedException() noexcept;
+
 } // namespace tavrisk

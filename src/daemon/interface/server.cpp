@@ -6,25 +6,33 @@
 #include <sdbusplus/exception.hpp>
 #include <sdbusplus/message.hpp>
 
+#include <cerrno>
 #include <utility>
 
 namespace sdbusplus::server::com::vorn::bmc {
 namespace {
 
-/** The one place where C++ meets sd-bus's C frames. The binding's own exceptions become an error
- *  reply. Every other is carried to the bus loop; the result then says that the message has been
- *  dealt with, because any other would make sd-bus answer on its own. */
+/** The one place where C++ meets sd-bus's C frames: everything of ours that can throw runs in here.
+ *  The binding's own exceptions become an error reply. Every other is carried to the bus loop, and
+ *  sd-bus gets `whenCarried`. */
 template <typename Body>
-int guarded(sd_bus_error* error, Body&& body) noexcept {
+int guarded(sd_bus_error* error, int whenCarried, Body&& body) noexcept {
     try {
         return body();
     } catch (const sdbusplus::exception::internal_exception& e) {
         return sd_bus_error_set(error, e.name(), e.description());
     } catch (...) {
         tavrisk::carryException();
-        return 1;
+        return whenCarried;
     }
 }
+
+/** A call whose exception was carried has been dealt with: it gets no reply. */
+constexpr int noReply = 1;
+
+/** sd-bus answers accesses to properties by itself, with what the callback left in the reply. Only
+ *  an error keeps it from sending half a value, or that a value was stored which was not. */
+constexpr int noValue = -ENOMEM;
 
 Tavrisk& self(void* context) {
     return *static_cast<Tavrisk*>(context);
@@ -53,7 +61,7 @@ int answer(const sdbusplus::message::message& call, Operation&& operation) {
 using DataOperation = std::int32_t (Tavrisk::*)(std::string, std::vector<std::uint8_t>);
 
 int dataMethod(sd_bus_message* raw, void* context, sd_bus_error* error, DataOperation operation) {
-    return guarded(error, [&] {
+    return guarded(error, noReply, [&] {
         sdbusplus::message::message call{raw};
         std::string validationString;
         call.read(validationString);
@@ -65,17 +73,17 @@ int dataMethod(sd_bus_message* raw, void* context, sd_bus_error* error, DataOper
     });
 }
 
-template <typename Value>
-int getProperty(sd_bus_message* raw, sd_bus_error* error, const Value& value) {
-    return guarded(error, [&] {
-        sdbusplus::message::message{raw}.append(value);
+template <typename Getter>
+int getProperty(sd_bus_message* raw, sd_bus_error* error, Getter&& getter) {
+    return guarded(error, noValue, [&] {
+        sdbusplus::message::message{raw}.append(getter());
         return 1;
     });
 }
 
 template <typename Value, typename Setter>
 int setProperty(sd_bus_message* raw, sd_bus_error* error, Setter&& setter) {
-    return guarded(error, [&] {
+    return guarded(error, noValue, [&] {
         Value value{};
         sdbusplus::message::message{raw}.read(value);
         setter(std::move(value));
@@ -127,7 +135,7 @@ int Tavrisk::_callback_CPERlog(sd_bus_message* call, void* context, sd_bus_error
 }
 
 int Tavrisk::_callback_SaveAndClearCache(sd_bus_message* raw, void* context, sd_bus_error* error) {
-    return guarded(error, [&] {
+    return guarded(error, noReply, [&] {
         const sdbusplus::message::message call{raw};
         return answer(call, [&] { return self(context).saveAndClearCache(); });
     });
@@ -161,7 +169,7 @@ std::string Tavrisk::systemLEDSetting(std::string value) {
 int Tavrisk::_callback_get_SystemLEDSetting(sd_bus*, const char*, const char*, const char*,
                                             sd_bus_message* reply, void* context,
                                             sd_bus_error* error) {
-    return getProperty(reply, error, self(context).systemLEDSetting());
+    return getProperty(reply, error, [&] { return self(context).systemLEDSetting(); });
 }
 
 int Tavrisk::_callback_set_SystemLEDSetting(sd_bus*, const char*, const char*, const char*,
@@ -186,7 +194,7 @@ std::uint8_t Tavrisk::retentionSizeInMB(std::uint8_t value) {
 int Tavrisk::_callback_get_RetentionSizeInMB(sd_bus*, const char*, const char*, const char*,
                                              sd_bus_message* reply, void* context,
                                              sd_bus_error* error) {
-    return getProperty(reply, error, self(context).retentionSizeInMB());
+    return getProperty(reply, error, [&] { return self(context).retentionSizeInMB(); });
 }
 
 int Tavrisk::_callback_set_RetentionSizeInMB(sd_bus*, const char*, const char*, const char*,
@@ -211,7 +219,7 @@ std::uint8_t Tavrisk::retentionIntervalInMinutes(std::uint8_t value) {
 int Tavrisk::_callback_get_RetentionIntervalInMinutes(sd_bus*, const char*, const char*,
                                                       const char*, sd_bus_message* reply,
                                                       void* context, sd_bus_error* error) {
-    return getProperty(reply, error, self(context).retentionIntervalInMinutes());
+    return getProperty(reply, error, [&] { return self(context).retentionIntervalInMinutes(); });
 }
 
 int Tavrisk::_callback_set_RetentionIntervalInMinutes(sd_bus*, const char*, const char*,
@@ -237,7 +245,7 @@ std::string Tavrisk::wUXDataLocation(std::string value) {
 int Tavrisk::_callback_get_WUXDataLocation(sd_bus*, const char*, const char*, const char*,
                                            sd_bus_message* reply, void* context,
                                            sd_bus_error* error) {
-    return getProperty(reply, error, self(context).wUXDataLocation());
+    return getProperty(reply, error, [&] { return self(context).wUXDataLocation(); });
 }
 
 std::string Tavrisk::wUXDataCacheLocation() const {
@@ -255,7 +263,7 @@ std::string Tavrisk::wUXDataCacheLocation(std::string value) {
 int Tavrisk::_callback_get_WUXDataCacheLocation(sd_bus*, const char*, const char*, const char*,
                                                 sd_bus_message* reply, void* context,
                                                 sd_bus_error* error) {
-    return getProperty(reply, error, self(context).wUXDataCacheLocation());
+    return getProperty(reply, error, [&] { return self(context).wUXDataCacheLocation(); });
 }
 
 // Access by name

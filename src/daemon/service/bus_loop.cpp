@@ -24,6 +24,7 @@ void serveUntilFailureBudgetIsSpent(sdbusplus::bus::bus& bus) {
             rethrowCarriedException();
             bus.wait();
         } catch (...) {
+            dropCarriedException();
             diag_log(8, 7, "[%s:%d] failed processing messages [%d]", logName, __LINE__, budget);
             sleep(1);
             --budget;

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/world.hpp"
 
+#include <sys/resource.h>
+
 #include <csignal>
+#include <string_view>
 
 using ::testing::AllOf;
 using ::testing::Contains;
@@ -167,6 +170,50 @@ TEST_F(Daemon, KeepsTheObjectWhenALaterStepFails) {
     EXPECT_THAT(recorded(),
                 Contains("log 3 349 tavriskmain_init : init or object store exception"));
     EXPECT_EQ(Peer{}.byteProperty("RetentionSizeInMB"), 10);
+}
+
+/** Lets a process take `bytes` more of address space than it has now; nothing lifts the limit. */
+void limitAddressSpace(pid_t pid, std::optional<rlim_t> bytes) {
+    rlimit limit{RLIM_INFINITY, RLIM_INFINITY};
+    if (bytes) {
+        const auto status = readFile("/proc/" + std::to_string(pid) + "/status");
+        constexpr std::string_view label{"VmSize:"};
+        limit.rlim_cur =
+            *bytes + 1024 * std::stoull(status.substr(status.find(label) + label.size()));
+    }
+    ASSERT_EQ(prlimit(pid, RLIMIT_AS, &limit, nullptr), 0);
+}
+
+TEST_F(Daemon, AnswersAPropertyForWhichThereIsNoMemoryWithAnErrorAndServesOn) {
+    if (const auto* why = whyNoMemoryFigures()) {
+        GTEST_SKIP() << why;
+    }
+    constexpr std::size_t mebibyte = std::size_t{1} << 20U;
+    startDaemon();
+    Peer peer;
+    const std::string large(24 * mebibyte, 'x');
+    ASSERT_EQ(peer.set("SystemLEDSetting", "s", large.c_str()), 0);
+    const auto isStored = [&] { return peer.stringProperty("SystemLEDSetting") == large; };
+    const auto failedPasses = [] { return recordedWith("failed processing messages").size(); };
+    ASSERT_TRUE(isStored());
+
+    limitAddressSpace(daemon->pid(), mebibyte);
+    EXPECT_FALSE(isStored()) << "not tried without memory";
+    EXPECT_TRUE(eventually([&] { return failedPasses() == 1; }));
+
+    // Enough to take the call in, not to store what it holds.
+    limitAddressSpace(daemon->pid(), std::nullopt);
+    limitAddressSpace(daemon->pid(), 30 * mebibyte);
+    const std::string larger(26 * mebibyte, 'y');
+    EXPECT_LT(peer.set("SystemLEDSetting", "s", larger.c_str()), 0);
+    EXPECT_TRUE(eventually([&] { return failedPasses() == 2; }));
+
+    limitAddressSpace(daemon->pid(), std::nullopt);
+    EXPECT_TRUE(isStored());
+    EXPECT_EQ(peer.set("SystemLEDSetting", "s", "On"), 0);
+    EXPECT_EQ(peer.stringProperty("SystemLEDSetting"), "On");
+    EXPECT_THAT(recordedWith("failed processing messages"),
+                ElementsAre(HasSubstr("[10]"), HasSubstr("[9]")));
 }
 
 TEST_F(Daemon, TakesItsNameOverAndLetsItGo) {
