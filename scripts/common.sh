@@ -52,7 +52,8 @@ need_build() {
   need g++ $(libraries '') meson ninja-build pkg-config dbus-daemon util-linux "$@"
 }
 
-# build DIRECTORY OPTION...: configures a build directory below build/ once, and builds it.
+# build DIRECTORY OPTION...: configures a build directory below build/ once, and builds it; through
+# the command in `politely` if that is set.
 build() {
   directory=$root/build/$1
   shift
@@ -62,7 +63,7 @@ build() {
     meson setup "$directory" "$root" "$@" >"$log" 2>&1 || { cat "$log" >&2 && die "configuring failed"; }
   fi
   echo "Building in ${directory#"$root/"}"
-  ninja -C "$directory" >"$log" 2>&1 || { cat "$log" >&2 && die "building failed"; }
+  ${politely-} ninja -C "$directory" >"$log" 2>&1 || { cat "$log" >&2 && die "building failed"; }
 }
 
 # Says at once when private namespaces are not to be had.

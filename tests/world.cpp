@@ -17,7 +17,6 @@
 #include <fstream>
 #include <iomanip>
 #include <iterator>
-#include <regex>
 #include <sstream>
 
 namespace fs = std::filesystem;
@@ -33,6 +32,19 @@ std::string busConfiguration(const std::string& policy) {
 
 constexpr auto service = "com.vorn.bmc.tavrisk";
 constexpr auto path = "/com/vorn/bmc/tavrisk";
+
+/** The words of the retention monitor and its children: "log 5 349 wuxmonitor_thread: ...". */
+bool isOfRetention(const std::string& line) {
+    if (line.starts_with("sleep ") || line.starts_with("kill ")) {
+        return true;
+    }
+    std::size_t message = 0;
+    for (int field = 0; field < 3; ++field) {
+        message = std::min(line.find(' ', message), line.size() - 1) + 1;
+    }
+    const auto text = std::string_view{line}.substr(message);
+    return text.starts_with("wuxmonitor_") || text.starts_with("system_call_");
+}
 
 bool busIsUp() {
     sd_bus* bus = nullptr;
@@ -325,10 +337,7 @@ Lines World::recordedOnBusThread() const {
 
 Lines World::recordedOnWorkers() const {
     return recordedLines([this](pid_t thread, const std::string& line) {
-        // The words of the retention monitor and its children.
-        static const std::regex monitor{R"(sleep |kill |\w+ \d \d+ (wuxmonitor|system_call)_.*)"};
-        return thread != daemon->pid() &&
-               !std::regex_search(line, monitor, std::regex_constants::match_continuous);
+        return thread != daemon->pid() && !isOfRetention(line);
     });
 }
 
