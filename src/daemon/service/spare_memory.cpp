@@ -5,12 +5,12 @@
 
 #ifdef __GLIBC__
 #include <malloc.h>
+#include <unistd.h>
 #endif
 
 #include <chrono>
 #include <exception>
 #include <mutex>
-#include <thread>
 
 namespace tavrisk {
 
@@ -36,7 +36,7 @@ Clock::duration timeLeft() {
 
 void waitAndTrim() {
     for (auto left = timeLeft(); left.count() > 0; left = timeLeft()) {
-        std::this_thread::sleep_for(left);
+        usleep(static_cast<useconds_t>(duration_cast<std::chrono::microseconds>(left).count()) + 1);
     }
     malloc_trim(0);
 }
