@@ -8,8 +8,9 @@ allowed='
 daemon/service daemon contract text compat log records
 daemon/interface contract text compat log records
 daemon/intake daemon/events contract text log records
-daemon/events contract text log records
-daemon/retention contract text log records
+daemon/events daemon/threads contract text log records
+daemon/retention daemon/threads contract text log records
+daemon/threads
 tools/tavriskctl tools/common contract text compat records
 tools/zelctl tools/common contract text records zel platform/config.hpp
 tools/common contract text records

@@ -2,6 +2,7 @@
 #include "records/classifier.hpp"
 
 #include "log/diag_log.hpp"
+#include "records/json_outline.hpp"
 
 #include <json/reader.h>
 #include <json/value.h>
@@ -10,6 +11,7 @@
 #include <array>
 #include <cstring>
 #include <exception>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -57,7 +59,7 @@ template <typename Read>
 std::string readText(const char* member, Read read) {
     try {
         return read();
-    } catch (const Json::Exception&) {
+    } catch (const Json::LogicError&) {
         throw std::runtime_error{std::string{"its "} + member + " is of the wrong type"};
     }
 }
@@ -132,33 +134,59 @@ const char* classify(const Json::Value& record, std::int32_t& event, char*& devi
     return nullptr;
 }
 
-/** What both public functions do; `reason` may be null. */
+/** Makes a tree of the text that is known to be JSON, nested no deeper than jsoncpp accepts. */
+Json::Value parse(const std::string& json) {
+    // Comments are accepted, but kept for nobody: a record of nothing else would be copied.
+    constexpr bool collectComments = false;
+    Json::Reader reader;
+    Json::Value root;
+    try {
+        if (!reader.parse(json.data(), json.data() + json.size(), root, collectComments)) {
+            // A stream that reads a number keeps want of memory to itself.
+            throw std::bad_alloc{};
+        }
+    } catch (const Json::RuntimeError&) { // As jsoncpp calls want of memory for a text.
+        throw std::bad_alloc{};
+    }
+    return root;
+}
+
+/** Why the parser does not take the record, of which it sees all here. */
+std::string whyNotJson(std::span<const std::uint8_t> record) {
+    const auto* begin = reinterpret_cast<const char*>(record.data());
+    Json::Reader reader;
+    Json::Value root;
+    try {
+        reader.parse(begin, begin + record.size(), root, false);
+    } catch (const Json::RuntimeError& e) {
+        return e.what(); // Nested too deeply.
+    }
+    return whyNotParsed(reader);
+}
+
+/** What both public functions do; `reason` may be null. Want of memory is raised: nothing is known
+ *  of the record then. */
 int examine(std::span<const std::uint8_t> record, std::int32_t& event, char*& device,
             std::uint32_t& severity, std::string* reason) {
-    const auto tell = [reason](const auto& why) {
-        if (reason != nullptr) {
-            *reason = why();
-        }
-    };
-    // jsoncpp throws its own exceptions for members of the wrong type and standard ones for
-    // nesting deeper than it accepts. The record comes from a peer: none may end the daemon.
-    try {
-        const auto* begin = reinterpret_cast<const char*>(record.data());
-        // Comments are accepted, but kept for nobody: a record of nothing else would be copied.
-        constexpr bool collectComments = false;
-        Json::Reader reader;
-        Json::Value root;
-        if (reader.parse(begin, begin + record.size(), root, collectComments)) {
-            const char* why = classify(root, event, device, severity);
-            if (why == nullptr) {
-                return 1;
+    const tavrisk::JsonOutline outline{record};
+    std::string why;
+    if (outline.finding() != tavrisk::JsonOutline::Finding::json) {
+        why = reason != nullptr ? whyNotJson(record) : "";
+    } else {
+        // jsoncpp throws its own exceptions for members of the wrong type. The record comes from a
+        // peer: none may end the daemon.
+        try {
+            const char* whyNot = classify(parse(outline.text()), event, device, severity);
+            if (whyNot != nullptr && reason != nullptr) {
+                *reason = whyNot;
             }
-            tell([why] { return why; });
-            return 0;
+            return whyNot == nullptr ? 1 : 0;
+        } catch (const std::runtime_error& e) { // The same line as for text that is no JSON.
+            why = e.what();
         }
-        tell([&reader] { return whyNotParsed(reader); });
-    } catch (const std::exception& e) { // The same line as for text that is no JSON.
-        tell([&e] { return e.what(); });
+    }
+    if (reason != nullptr) {
+        *reason = why;
     }
     diag_log(8, 4, "%s: Failed parsing JSON", logName);
     return 0;

@@ -20,6 +20,8 @@ constexpr std::uint32_t severityOther = 3;
  *
  * Returns 0 for everything else, whatever the bytes hold; `event` and `device` then keep their
  * values, and so does `severity` when the bytes are no JSON at all.
+ *
+ * Takes memory for what is read of the record only. Raises `std::bad_alloc` when there is none.
  */
 int checkRedfishData(std::span<const std::uint8_t> record, std::int32_t& event, char*& device,
                      std::uint32_t& severity);

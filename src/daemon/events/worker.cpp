@@ -3,16 +3,20 @@
 
 #include "contract/platform/kelp.h"
 #include "daemon/events/generate_event.hpp"
+#include "daemon/threads/thread.hpp"
 #include "log/diag_log.hpp"
 #include "records/classifier.hpp"
-
-#include <malloc.h>
+#include "records/json_outline.hpp"
 
 #include <array>
+#include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdlib>
 #include <exception>
 #include <memory>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 namespace {
@@ -70,19 +74,6 @@ bool classify(std::span<const std::uint8_t> eventData, Event& event) {
     return reportable;
 }
 
-/** Reporting may take long, and many workers may be at it: none keeps its record meanwhile. Nor the
- *  many small blocks that a large one was parsed into, which the C library would keep for later. */
-void giveBack(std::vector<std::uint8_t> eventData) {
-    constexpr std::size_t large = 131'072;
-    const bool isLarge = eventData.size() >= large;
-    std::vector<std::uint8_t>{}.swap(eventData);
-#ifdef __GLIBC__
-    if (isLarge) {
-        malloc_trim(0);
-    }
-#endif
-}
-
 void report(const Event& event) {
     const ClientDescriptor client;
     const InitialisationBlock block{.client = &client};
@@ -105,12 +96,55 @@ void zel_wux_fault_logging_thread(std::vector<std::uint8_t> eventData) {
     try {
         Event event;
         const bool reportable = classify(eventData, event);
-        giveBack(std::move(eventData));
+        // Reporting may take long, and many workers may be at it: none keeps its record meanwhile.
+        std::vector<std::uint8_t>{}.swap(eventData);
         if (reportable) {
             report(event);
         }
     } catch (const std::exception& e) {
         // One event is lost for want of memory; the daemon is not.
         diag_log(8, 4, "%s : event dropped: %s\n", logName, e.what());
+    }
+}
+
+namespace {
+
+/** A worker gets of a large record only what is read of it: a burst of them would otherwise be in
+ *  memory as often as workers are behind. Looking for that costs less than the digest has. */
+std::vector<std::uint8_t> whatIsRead(std::vector<std::uint8_t> eventData) {
+    constexpr std::size_t large = 65'536;
+    if (eventData.size() < large) {
+        return eventData;
+    }
+    const auto text = tavrisk::JsonOutline{eventData}.text();
+    return {text.begin(), text.end()};
+}
+
+// No worker has ended since a thread was refused for a whole second.
+constinit std::atomic<bool> refused{false};
+
+} // namespace
+
+void startWorker(std::vector<std::uint8_t> eventData) {
+    const auto record =
+        std::make_shared<std::vector<std::uint8_t>>(whatIsRead(std::move(eventData)));
+    const auto body = [record] {
+        zel_wux_fault_logging_thread(std::move(*record));
+        refused = false;
+    };
+    constexpr std::chrono::milliseconds pause{10};
+    for (auto pauses = std::chrono::seconds{1} / pause;; --pauses) {
+        try {
+            tavrisk::startThread(body);
+            return;
+        } catch (const std::system_error&) {
+            // Other callers wait meanwhile, so that only the first of a row of refusals is waited
+            // on.
+            if (refused || pauses == 0) {
+                refused = true;
+                throw;
+            }
+        }
+        std::this_thread::sleep_for(pause);
     }
 }

@@ -10,8 +10,6 @@
 #include <json/value.h>
 #include <json/writer.h>
 
-#include <thread>
-
 namespace {
 
 constexpr auto logName = "createLogServiceEntry";
@@ -53,7 +51,6 @@ int createLogServiceEntry(std::vector<std::uint8_t> logDataBuffer, std::string v
     logReceived(summary["MessageSeverity"], json);
 
     diag_log(8, 7, "%s: send basic to ze loging function", logName);
-    std::thread{zel_wux_fault_logging_thread, std::vector<std::uint8_t>{json.begin(), json.end()}}
-        .detach();
+    startWorker(std::vector<std::uint8_t>{json.begin(), json.end()});
     return 0;
 }

@@ -7,8 +7,7 @@
 #include "log/diag_log.hpp"
 
 #include <ctime>
-#include <system_error>
-#include <thread>
+#include <exception>
 #include <utility>
 
 int SaveData(const std::string& validationString, const std::vector<std::uint8_t>& logDataBuffer) {
@@ -27,8 +26,8 @@ int tavrisk_daemon_thread(std::vector<std::uint8_t> logDataBuffer, std::string v
         return result;
     }
     try {
-        std::thread{zel_wux_fault_logging_thread, std::move(logDataBuffer)}.detach();
-    } catch (const std::system_error& e) {
+        startWorker(std::move(logDataBuffer));
+    } catch (const std::exception& e) {
         diag_log(8, 4, "%s: Failed starting worker thread: %s", __func__, e.what());
         return -1;
     }

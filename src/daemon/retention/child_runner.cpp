@@ -2,6 +2,7 @@
 #include "daemon/retention/child_runner.hpp"
 
 #include "daemon/retention/child_side.hpp"
+#include "daemon/threads/thread.hpp"
 #include "log/diag_log.hpp"
 #include "log/fork_gate.hpp"
 
@@ -11,8 +12,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <system_error>
-#include <thread>
+#include <exception>
 
 namespace {
 
@@ -88,13 +88,14 @@ pid_t poll(pid_t child, int& status, std::uint32_t budget) {
 /** The caller does not wait for a child that may take its time to die, in a driver perhaps. */
 void reapLater(pid_t child) {
     try {
-        std::thread{[child] {
+        tavrisk::startThread([child] {
             siginfo_t info{};
             while (waitid(P_PID, static_cast<id_t>(child), &info, WEXITED) != 0 && errno == EINTR) {
             }
-        }}.detach();
-    } catch (const std::system_error&) {
-        // No thread to be had. A killed child is gone in a moment, as a rule.
+        });
+    } catch (const std::exception&) {
+        // No thread, or no memory for one, to be had. A killed child is gone in a moment, as a
+        // rule.
         siginfo_t info{};
         for (int tries = 1000; tries > 0 && info.si_pid == 0; --tries) {
             if (waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG) != 0) {

@@ -4,13 +4,13 @@
 #include "contract/places.hpp"
 #include "contract/properties.hpp"
 #include "daemon/retention/child_runner.hpp"
+#include "daemon/threads/thread.hpp"
 #include "log/diag_log.hpp"
 
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
-#include <thread>
 #include <utility>
 
 namespace {
@@ -42,7 +42,7 @@ void sleepFor(unsigned minutes) {
 void wuxmonitor_start(RetentionSettings settings) {
     // The words mislead and are kept: the monitor is about to start.
     diag_log(8, 4, "%s : No Monitoring yet!, rc = %d \n", __func__, 1);
-    std::thread{wuxmonitor_thread, std::move(settings)}.detach();
+    tavrisk::startThread([settings = std::move(settings)] { wuxmonitor_thread(settings); });
 }
 
 void wuxmonitor_thread(const RetentionSettings& settings) {

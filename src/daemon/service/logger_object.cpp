@@ -4,6 +4,7 @@
 #include "daemon/intake/data_file.hpp"
 #include "daemon/intake/request.hpp"
 #include "daemon/retention/save_and_clear.hpp"
+#include "daemon/service/spare_memory.hpp"
 
 #include <utility>
 
@@ -17,15 +18,18 @@ std::int32_t foldIntakeResult(int result) {
 } // namespace
 
 std::int32_t Tavrisk::log(std::string validationString, std::vector<std::uint8_t> logDataBuffer) {
+    tavrisk::giveBackMemoryAfter(logDataBuffer.size());
     return foldIntakeResult(LogEvent(validationString, std::move(logDataBuffer)));
 }
 
 std::int32_t Tavrisk::save(std::string validationString, std::vector<std::uint8_t> logDataBuffer) {
+    tavrisk::giveBackMemoryAfter(logDataBuffer.size());
     return SaveData(validationString, logDataBuffer) == 0 ? 0 : 1;
 }
 
 std::int32_t Tavrisk::cPERlog(std::string validationString,
                               std::vector<std::uint8_t> logDataBuffer) {
+    tavrisk::giveBackMemoryAfter(logDataBuffer.size());
     return foldIntakeResult(LogCPEREvent(validationString, std::move(logDataBuffer)));
 }
 

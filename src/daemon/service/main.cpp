@@ -7,8 +7,6 @@
 #include <sdbusplus/bus.hpp>
 #include <systemd/sd-bus.h>
 
-#include <malloc.h>
-
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -19,20 +17,9 @@ struct UnrefBus {
     void operator()(sd_bus* bus) const noexcept { sd_bus_unref(bus); }
 };
 
-/** Has what a large record took go back to the system as soon as it is done with. By itself the C
- *  library holds on to blocks of the sizes that it has seen, for each thread anew. */
-void keepNoLargeBlocks() {
-#ifdef __GLIBC__
-    constexpr int large = 131'072;
-    mallopt(M_MMAP_THRESHOLD, large);
-    mallopt(M_TRIM_THRESHOLD, large);
-#endif
-}
-
 } // namespace
 
 int main() {
-    keepNoLargeBlocks();
     sd_bus* opened = nullptr;
     const int openResult = sd_bus_default(&opened);
     const std::unique_ptr<sd_bus, UnrefBus> connection{opened};

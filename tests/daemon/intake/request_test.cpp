@@ -158,6 +158,25 @@ TEST_F(Request, ReportsAFullFileSystemAndClassifiesTheEventAllTheSame) {
     umount2("/run/hmc", MNT_DETACH); // Somebody may be at work in there.
 }
 
+TEST_F(Request, TriesARefusedWorkerForASecondOnce) {
+    startDaemon();
+    Peer peer;
+    fail("pthread_create", EAGAIN);
+    forgetRecorded();
+    EXPECT_EQ(peer.call("Log", digest(event), event), 1);
+    EXPECT_EQ(recordedOnBusThread().size(), 8 + 100 + 2U); // Digest, pauses, two warnings.
+    forgetRecorded();
+    EXPECT_EQ(peer.call("Log", digest(event), event), 1);
+    EXPECT_THAT(recordedWith("nanosleep 0"), IsEmpty());
+    fail("pthread_create", 0);
+    EXPECT_EQ(peer.call("Log", digest(event), event), 0);
+    ASSERT_TRUE(waitForRecorded("kelpc_destroy"));
+    usleep(10'000); // The worker has its end before it.
+    fail("pthread_create", EAGAIN);
+    EXPECT_EQ(peer.call("Log", digest(event), event), 1);
+    EXPECT_EQ(recordedWith("nanosleep 0").size(), 100U);
+}
+
 TEST_F(Request, ServesOnWhenAWorkerCannotBeStarted) {
     startDaemon();
     Peer peer;
@@ -198,6 +217,72 @@ TEST_F(Request, SubmitsEveryOneOfFourThousandPipelinedCalls) {
     })) << accepted;
     EXPECT_TRUE(waitForRecorded("kelpc_destroy", 4000));
     EXPECT_EQ(recordedWith("submit 66 1 2 HMC0005").size(), 4000U);
+}
+
+TEST_F(Request, TakesMemoryForWhatIsReadOfARecordOnly) {
+    if (const auto* why = whyNoMemoryFigures()) {
+        GTEST_SKIP() << why;
+    }
+    constexpr std::size_t size = 16 << 20;
+    const auto filled = [](std::string start, const std::string& piece, const std::string& end) {
+        while (start.size() < size) {
+            start += piece;
+        }
+        return bytes(start + end);
+    };
+    const std::string members = R"("EventType":"Event","Severity":"Critical","MessageArgs":["G")";
+    const struct {
+        const char* name;
+        Bytes record;
+        const char* line;
+    } cases[] = {
+        {"ArrayOfZeros", filled("[0", ",0", "]"), "Failed parsing JSON"},
+        {"NeverClosed", filled("[0", ",0", ""), "Failed parsing JSON"},
+        {"MembersOfArguments", filled("{" + members, ",[]", "]}"), "submit 66 1 1 HMC0001"},
+        {"LongText", filled("{" + members + R"(],"x":")", "xxxxxxxx", "\"}"),
+         "submit 66 1 1 HMC0001"},
+        {"LongSeverity", filled("{" + members + R"(],"EntryType":")", "\\u0041", "\"}"),
+         "submit 66 1 1 HMC0001"},
+        {"ManyMembers", filled("{" + members + "]", R"(,"a name of some length":{})", "}"),
+         "submit 66 1 1 HMC0001"},
+        {"ManyTimesTheSame", filled("{" + members + "]", R"(,"MessageArgs":["GPU0"])", "}"),
+         "submit 66 1 1 HMC0001"},
+    };
+    stopClock(1);
+    startDaemon();
+    Peer peer;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        forgetRecorded();
+        const auto start = memory(*daemon, "VmRSS");
+        writeFile("/proc/" + std::to_string(daemon->pid()) + "/clear_refs", "5");
+        const auto name = digest(c.record);
+        EXPECT_EQ(peer.call("Log", name, c.record), 0);
+        EXPECT_TRUE(waitForRecorded(c.line));
+        EXPECT_LT(memory(*daemon, "VmHWM") - start, 2.2 * (size >> 10));
+        std::filesystem::remove("/run/hmc/" + name + ".1");
+    }
+}
+
+TEST_F(Request, GivesMemoryBackWhenNoLargeCallsComeAnyMore) {
+    if (const auto* why = whyNoMemoryFigures()) {
+        GTEST_SKIP() << why;
+    }
+    stopClock(1);
+    startDaemon();
+    Peer peer;
+    EXPECT_EQ(peer.call("Log", digest(event), event), 0);
+    EXPECT_TRUE(waitForRecorded("kelpc_destroy"));
+    const auto idle = memory(*daemon, "VmRSS");
+    for (const std::size_t megabytes : {1, 16}) {
+        const Bytes large(megabytes << 20, '[');
+        const auto name = digest(large);
+        for (std::size_t i = 0; i < 200 / megabytes; ++i) {
+            ASSERT_EQ(peer.call("Log", name, large), 0);
+        }
+        usleep(2'500'000);
+        EXPECT_LT(memory(*daemon, "VmRSS") - idle, 4 << 10) << megabytes;
+    }
 }
 
 TEST_F(Request, HoldsALargeBufferTwiceAtMostAndWrongDigestsNotAtAll) {

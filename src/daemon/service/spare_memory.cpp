@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "daemon/service/spare_memory.hpp"
+
+#include "daemon/threads/thread.hpp"
+
+#ifdef __GLIBC__
+#include <malloc.h>
+#include <unistd.h>
+#endif
+
+#include <chrono>
+#include <exception>
+#include <mutex>
+
+namespace tavrisk {
+
+#ifdef __GLIBC__
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::size_t large = 65'536;
+constexpr std::chrono::seconds quiet{2};
+
+constinit std::mutex mutex;
+bool waiting = false;     // A thread is there that will see to it.
+Clock::time_point latest; // Large call.
+
+/** How long is still to be waited; when that is nothing, nobody waits any more. */
+Clock::duration timeLeft() {
+    const std::lock_guard lock{mutex};
+    const auto left = latest + quiet - Clock::now();
+    waiting = left.count() > 0;
+    return left;
+}
+
+void waitAndTrim() {
+    for (auto left = timeLeft(); left.count() > 0; left = timeLeft()) {
+        usleep(static_cast<useconds_t>(duration_cast<std::chrono::microseconds>(left).count()) + 1);
+    }
+    malloc_trim(0);
+}
+
+} // namespace
+
+// The bus loop waits without a time-out, so that somebody else has to wait for the quiet.
+void giveBackMemoryAfter(std::size_t bytes) noexcept {
+    if (bytes < large) {
+        return;
+    }
+    const std::lock_guard lock{mutex};
+    latest = Clock::now();
+    if (!waiting) {
+        try {
+            startThread(waitAndTrim);
+            waiting = true;
+        } catch (const std::exception&) {
+            // The next large call tries again.
+        }
+    }
+}
+#else
+// Other C libraries give back by themselves.
+void giveBackMemoryAfter(std::size_t /*bytes*/) noexcept {}
+#endif
+
+} // namespace tavrisk
