@@ -184,7 +184,7 @@ void sleepFor(Clock::duration time) {
             sleepFor(betweenProbes);
             probe();
         } else if (!bracket::sleepUntilNextVisit(seen)) {
-            sleepFor(bracket::longestVisit);
+            sleepFor(bracket::timeLeft());
         }
     }
 }

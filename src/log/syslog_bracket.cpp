@@ -6,6 +6,7 @@
 #include <pthread.h>
 #include <sched.h>
 
+#include <algorithm>
 #include <atomic>
 
 namespace tavrisk::syslog_bracket {
@@ -25,13 +26,6 @@ constinit std::atomic<Clock::rep> leavesUntil{0};
 constinit std::atomic<std::uint32_t> visits{0};
 constinit FutexWord watcherSleeps{0};
 
-/** How long the one inside still has; all of a visit's time while it is only just coming in. */
-Clock::duration timeLeft() {
-    const auto until = leavesUntil.load();
-    return until == 0 ? longestVisit
-                      : Clock::time_point{Clock::duration{until}} - Clock::now();
-}
-
 bool takeTurn() {
     auto before = std::uint32_t{nobodys};
     if (turn.compare_exchange_strong(before, somebodys)) {
@@ -39,7 +33,7 @@ bool takeTurn() {
     }
     while (turn.exchange(somebodysAndOthersWait) != nobodys) {
         const auto left = timeLeft();
-        if (closed.load() || left <= Clock::duration::zero()) {
+        if (closed.load() || left == Clock::duration::zero()) {
             futexWakeOne(turn); // In case it was this thread that was woken for the next turn.
             return false;
         }
@@ -121,14 +115,21 @@ bool isClosed() {
     return closed.load();
 }
 
+Clock::duration timeLeft() {
+    const auto until = leavesUntil.load();
+    return until == 0 ? longestVisit
+                      : std::max(Clock::time_point{Clock::duration{until}} - Clock::now(),
+                                 Clock::duration::zero());
+}
+
 bool interruptOverdueVisit() {
     auto expected = Visitor::thread;
-    if (timeLeft() > Clock::duration::zero() ||
+    if (timeLeft() != Clock::duration::zero() ||
         !visitor.compare_exchange_strong(expected, Visitor::threadBeingInterrupted)) {
         return false;
     }
     // It cannot leave now. It may be another than a moment ago.
-    const bool overdue = timeLeft() <= Clock::duration::zero();
+    const bool overdue = timeLeft() == Clock::duration::zero();
     if (overdue) {
         interrupt(visitingThread.load(std::memory_order_relaxed));
     }

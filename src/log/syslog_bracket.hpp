@@ -48,6 +48,9 @@ void close();
 void open();
 bool isClosed();
 
+/** How long the one inside still has, and longestVisit when there is none; not less than zero. */
+Clock::duration timeLeft();
+
 /** Of the watching thread. True when there was one to interrupt. */
 bool interruptOverdueVisit();
 /** Sleeps until there are visits that it has not seen. `seen` counts the visits that it has; false
