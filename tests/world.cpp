@@ -292,6 +292,11 @@ Lines World::syslog() {
     return syslog_;
 }
 
+void World::forgetSyslog() {
+    const std::lock_guard lock{syslogMutex_};
+    syslog_.clear();
+}
+
 void World::launchDaemon(const Lines& with) {
     Lines command = with;
     // Several words: what preloads the shim, or an emulator, comes first.

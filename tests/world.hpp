@@ -117,6 +117,7 @@ protected:
     void unstallSyslog() { slowSyslog(std::chrono::milliseconds{0}); }
     /** Syslog datagrams as "PRIORITY TAG: TEXT", without time stamp. */
     Lines syslog();
+    void forgetSyslog();
 
     std::unique_ptr<Process> daemon;
 

@@ -198,8 +198,10 @@ loses_nothing_at_a_stop() {
   { echo 'BEGIN IMMEDIATE;' && sleep 6 && echo 'COMMIT;'; } | sqlite3 /var/lib/tavrisk/zel.db &
   sleep 1
   # shellcheck disable=SC2046 # a list of files
-  tavriskctl log $(yes events/event6-above-upper-critical.json | head -n 50) >/dev/null &&
-    [ "$(entries)" = "$before" ] || { echo "the event log was not held" && return 1; }
+  if ! tavriskctl log $(yes events/event6-above-upper-critical.json | head -n 50) >/dev/null ||
+    [ "$(entries)" != "$before" ]; then
+    echo "the event log was not held" && return 1
+  fi
   started=$(date +%s)
   systemctl stop "$unit"
   took=$(($(date +%s) - started))
