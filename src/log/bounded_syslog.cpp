@@ -191,8 +191,8 @@ void sleepFor(Clock::duration time) {
 
 void shareCountWithChildren() {
     if (unwrittenByChildren.load() == nullptr) {
-        void* const memory = mmap(nullptr, sizeof(Count), PROT_READ | PROT_WRITE,
-                                  MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        void* const memory =
+            mmap(nullptr, sizeof(Count), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
         if (memory != MAP_FAILED) {
             unwrittenByChildren.store(new (memory) Count{0});
         }

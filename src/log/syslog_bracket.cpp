@@ -62,8 +62,8 @@ void showItselfToWatcher() {
 
 /** Returns when nobody interrupts this thread any more. */
 void hideFromWatcher() {
-    for (auto expected = Visitor::thread;
-         !visitor.compare_exchange_weak(expected, Visitor::nobody); expected = Visitor::thread) {
+    for (auto expected = Visitor::thread; !visitor.compare_exchange_weak(expected, Visitor::nobody);
+         expected = Visitor::thread) {
         sched_yield();
     }
 }

@@ -32,14 +32,14 @@ protected:
     }
     std::size_t written() {
         const auto lines = syslog();
-        return static_cast<std::size_t>(std::ranges::count_if(
-            lines, [](const auto& line) { return !line.starts_with(told); }));
+        return static_cast<std::size_t>(
+            std::ranges::count_if(lines, [](const auto& line) { return !line.starts_with(told); }));
     }
     void expectEveryLineWrittenOrCounted() {
-        EXPECT_TRUE(eventually(
-            [&] { return written() + toldMissing() == recordedWith("log ").size(); }))
-            << written() << " written, " << toldMissing() << " counted, of "
-            << recordedWith("log ").size();
+        EXPECT_TRUE(eventually([&] {
+            return written() + toldMissing() == recordedWith("log ").size();
+        })) << written()
+            << " written, " << toldMissing() << " counted, of " << recordedWith("log ").size();
     }
 };
 
@@ -64,8 +64,9 @@ TEST_P(BadSyslog, HoldsNothingUp) {
     slowSyslog(pause);
     Peer peer;
     for (int call = 0; call < 6; ++call) {
-        const auto event = bytes(R"({"EventType":"Event","Severity":"Warning","MessageArgs":["GPU)" +
-                                 std::to_string(call) + R"("]})");
+        const auto event =
+            bytes(R"({"EventType":"Event","Severity":"Warning","MessageArgs":["GPU)" +
+                  std::to_string(call) + R"("]})");
         const auto began = Clock::now();
         EXPECT_EQ(peer.call("Log", digest(event), event), 0);
         EXPECT_LT(Clock::now() - began, 2s);

@@ -83,6 +83,7 @@ private:
     };
 
     void serve();
+    void killInTime();
     void round();
     void flood();
     void send(std::size_t connection, const std::string& method, const std::string& text,
@@ -108,6 +109,7 @@ private:
     std::vector<std::jthread> holders_;
     long calls_ = 0, number_ = 0, pending_ = 0, restarts_ = 0, missing_ = 0, twice_ = 0;
     bool otherAsks_ = false;
+    Clock::time_point killAt_ = Clock::time_point::max();
     Clock::duration longestStart_{}, longestWait_{};
     long peakMemory_ = 0, peakThreads_ = 0, peakDescriptors_ = 0;
 };
@@ -174,7 +176,18 @@ void Soak::askAsAnotherPeer() {
     }
 }
 
+void Soak::killInTime() {
+    if (Clock::now() >= killAt_) {
+        killAt_ = Clock::time_point::max();
+        daemon->kill(SIGKILL);
+        daemon->wait();
+        ++restarts_;
+        serve();
+    }
+}
+
 void Soak::process() {
+    killInTime();
     askAsAnotherPeer();
     for (auto& sender : senders_) {
         sender.process();
@@ -201,14 +214,14 @@ void Soak::look() {
 }
 
 void Soak::flood() {
-    const auto cper = bytes(readFile(std::getenv("TAVRISK_SOURCE") +
-                                     std::string{"/samples/cper/memory-error.cper"}));
+    const auto cper = bytes(
+        readFile(std::getenv("TAVRISK_SOURCE") + std::string{"/samples/cper/memory-error.cper"}));
     for (int burst = 0; burst < 40; ++burst) {
         for (std::size_t connection = 0; connection < senders_.size(); ++connection) {
             const auto device = "S" + std::to_string(++number_);
-            const auto event = bytes(R"({"EventType":"Event","Severity":"Warning","MessageArgs":[")" +
-                                     device + R"("],"Fill":")" +
-                                     std::string(std::size_t{1} << (number_ % 16), 'x') + "\"}");
+            const auto event = bytes(
+                R"({"EventType":"Event","Severity":"Warning","MessageArgs":[")" + device +
+                R"("],"Fill":")" + std::string(std::size_t{1} << (number_ % 16), 'x') + "\"}");
             const auto key = digest(event);
             sent_[key] = event;
             send(connection, "Log", key, event, device);
@@ -246,12 +259,10 @@ void Soak::holdEventLog() {
 
 void Soak::disturb() {
     const std::vector<std::pair<const char*, std::function<void()>>> kinds{
-        {"killed", [this] {
-             usleep(std::uniform_int_distribution{0, 300'000}(random_));
-             daemon->kill(SIGKILL);
-             daemon->wait();
-             ++restarts_;
-             serve();
+        {"killed",
+         [this] {
+             // In the midst of the calls that follow.
+             killAt_ = Clock::now() + 1ms * std::uniform_int_distribution{1, 300}(random_);
          }},
         {"syslog stalled", [this] { stallSyslog(); }},
         {"syslog slow", [this] { slowSyslog(10ms); }},
@@ -323,7 +334,8 @@ void Soak::readBack() {
     sqlite3_stmt* row = nullptr;
     std::map<std::string, long> inLog;
     EXPECT_EQ(sqlite3_open_v2(eventLog, &database, SQLITE_OPEN_READWRITE, nullptr), SQLITE_OK);
-    EXPECT_EQ(sqlite3_prepare_v2(database, "SELECT json_extract(arguments, '$[0]') FROM entries", -1, &row, nullptr),
+    EXPECT_EQ(sqlite3_prepare_v2(database, "SELECT json_extract(arguments, '$[0]') FROM entries",
+                                 -1, &row, nullptr),
               SQLITE_OK);
     while (sqlite3_step(row) == SQLITE_ROW) {
         ++inLog[reinterpret_cast<const char*>(sqlite3_column_text(row, 0))];
