@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "daemon/retention/child_runner.hpp"
 #include "log/diag_log.hpp"
-#include "world.hpp"
+#include "tests/world.hpp"
 
 #include <poll.h>
 

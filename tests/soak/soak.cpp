@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "world.hpp"
+#include "tests/world.hpp"
 
 #include <sqlite3.h>
 
