@@ -265,6 +265,7 @@ World::World(const std::string& busPolicy) {
 World::~World() {
     daemon.reset();
     bus_.reset();
+    unstallSyslog();
     shutdown(syslogSocket_, SHUT_RDWR);
     syslogReader_.join();
     close(syslogSocket_);
@@ -273,6 +274,10 @@ World::~World() {
 void World::listen() {
     std::string datagram(65536, '\0');
     for (;;) {
+        const auto since = std::chrono::steady_clock::now();
+        while (std::chrono::steady_clock::now() - since < syslogPause_.load()) {
+            usleep(1'000);
+        }
         const auto size = recv(syslogSocket_, datagram.data(), datagram.size(), 0);
         if (size <= 0) {
             return;
@@ -285,6 +290,11 @@ void World::listen() {
 Lines World::syslog() {
     const std::lock_guard lock{syslogMutex_};
     return syslog_;
+}
+
+void World::forgetSyslog() {
+    const std::lock_guard lock{syslogMutex_};
+    syslog_.clear();
 }
 
 void World::launchDaemon(const Lines& with) {

@@ -7,6 +7,7 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -110,8 +111,13 @@ protected:
     static Lines recordedWith(const std::string& text);
     static bool waitForRecorded(const std::string& text, std::size_t count = 1);
 
+    /** Has syslog read a line every `pause` at most, or not at all. */
+    void slowSyslog(std::chrono::milliseconds pause) { syslogPause_ = pause; }
+    void stallSyslog() { slowSyslog(std::chrono::hours{1}); }
+    void unstallSyslog() { slowSyslog(std::chrono::milliseconds{0}); }
     /** Syslog datagrams as "PRIORITY TAG: TEXT", without time stamp. */
     Lines syslog();
+    void forgetSyslog();
 
     std::unique_ptr<Process> daemon;
 
@@ -120,6 +126,7 @@ private:
 
     std::unique_ptr<Process> bus_;
     int syslogSocket_;
+    std::atomic<std::chrono::milliseconds> syslogPause_{};
     std::mutex syslogMutex_;
     Lines syslog_;
     std::jthread syslogReader_;

@@ -192,6 +192,26 @@ survives_a_kill() {
     echo "$before entries before and after"
 }
 
+# Fifty events wait for an event log that another holds, when the daemon is stopped.
+loses_nothing_at_a_stop() {
+  before=$(entries)
+  { echo 'BEGIN IMMEDIATE;' && sleep 6 && echo 'COMMIT;'; } | sqlite3 /var/lib/tavrisk/zel.db &
+  sleep 1
+  # shellcheck disable=SC2046 # a list of files
+  if ! tavriskctl log $(yes events/event6-above-upper-critical.json | head -n 50) >/dev/null ||
+    [ "$(entries)" != "$before" ]; then
+    echo "the event log was not held" && return 1
+  fi
+  started=$(date +%s)
+  systemctl stop "$unit"
+  took=$(($(date +%s) - started))
+  wait
+  kept=$(($(entries) - before))
+  systemctl start "$unit"
+  echo "$kept of 50 events kept, stopping took $took s"
+  [ "$kept" = 50 ] && [ "$took" -lt 20 ]
+}
+
 # Each call with a directory missing is a failed pass of the bus loop; the tenth is the last.
 comes_back_after_255() {
   pid=$(main_pid)
@@ -253,6 +273,7 @@ check "The name: refused to others" keeps_its_name
 check "Names that climb out of the tree write nowhere" names_stay_inside
 check "Nothing but the named directories is writable" only_named_is_writable
 check "Killed, it comes back with its entries" survives_a_kill
+check "Stopped, it loses no event that it has taken" loses_nothing_at_a_stop
 check "Ended with 255, it comes back" comes_back_after_255
 check "Ending with 255 at every start, it is left alone" does_not_storm
 check "All units in order at the end" nothing_has_failed

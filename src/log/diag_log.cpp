@@ -2,9 +2,8 @@
 #include "log/diag_log.hpp"
 
 #include "contract/platform/whelk.h"
+#include "log/bounded_syslog.hpp"
 #include "log/fork_gate.hpp"
-
-#include <syslog.h>
 
 #include <array>
 #include <cstdarg>
@@ -34,10 +33,7 @@ void diag_log(int facility, int level, const char* format, ...) {
     whelk_vprintf(debugLogLevel(level), debugLogComponent, format, arguments);
     va_end(arguments);
 
-    // Opened and closed around every message: a syslog daemon that was restarted is found again.
-    openlog("tavrisk", LOG_PID | LOG_NOWAIT, facility | LOG_DAEMON);
     va_start(arguments, format);
-    vsyslog(level, format, arguments);
+    tavrisk::writeToSyslog(facility, level, format, arguments);
     va_end(arguments);
-    closelog();
 }

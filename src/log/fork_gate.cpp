@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "log/fork_gate.hpp"
 
+#include "log/bounded_syslog.hpp"
+
 #include <unistd.h>
 
 #include <atomic>
@@ -53,6 +55,7 @@ pid_t ForkGate::fork() {
     if (child == 0) {
         // No thread that has counted itself in is in the child.
         threadsInside.store(0);
+        syslogAfterFork();
     }
     forkPending.store(0);
     forkPending.notify_all();

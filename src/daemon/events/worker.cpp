@@ -8,6 +8,8 @@
 #include "records/classifier.hpp"
 #include "records/json_outline.hpp"
 
+#include <pthread.h>
+
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -93,6 +95,7 @@ void report(const Event& event) {
 } // namespace
 
 void zel_wux_fault_logging_thread(std::vector<std::uint8_t> eventData) {
+    pthread_setname_np(pthread_self(), "tavrisk-worker"); // The unit waits for it at a stop.
     try {
         Event event;
         const bool reportable = classify(eventData, event);
