@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/retention/save.hpp"
 
+#include "contract/places.hpp"
 #include "platform/retention/saver.hpp"
 
 #include <sys/file.h>
@@ -18,10 +19,10 @@
 namespace tavrisk::retention {
 namespace {
 
-constexpr auto cachePath = "/var/run/hmc";
-constexpr auto storePath = "/mmc1/hmc";
+constexpr auto cachePath = tavrisk::dataRoot;
+constexpr auto storePath = tavrisk::savedRoot;
 /** Below both. */
-constexpr std::array directories{"", "/dump", "/rawCPER"};
+constexpr std::array directories{"", tavrisk::dumpDirectory, tavrisk::rawCperDirectory};
 
 constexpr int directoryFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 constexpr mode_t asUsual = 0777; // Less what the umask says.
@@ -112,8 +113,9 @@ void complain(const std::string& sentence) {
 
 bool save() {
     const auto store = openStore();
+    auto drawers = openDrawers(store);
     warnOfRoot(store);
-    return Saver{store.get(), openDrawers(store)}.run();
+    return Saver{store.get(), std::move(drawers)}.run();
 }
 
 } // namespace tavrisk::retention
