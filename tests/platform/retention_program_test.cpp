@@ -178,8 +178,9 @@ TEST_F(RetentionProgram, KeepsTheOldCopiesOfAStoreThatFails) {
 
 TEST_F(RetentionProgram, MakesRoomInAStoreWithoutInodes) {
     mountStore("size=1m,nr_inodes=20");
-    shell("for i in $(seq 99); do true >/mmc1/hmc/o$i || break; done 2>/dev/null; echo 1 >n; echo 2 "
-          ">dump/n");
+    shell(
+        "for i in $(seq 99); do true >/mmc1/hmc/o$i || break; done 2>/dev/null; echo 1 >n; echo 2 "
+        ">dump/n");
     EXPECT_EQ(run("cache"), "0");
     EXPECT_EQ(readFile(store + "n") + readFile(store + "dump/n"), "1\n2\n");
     shell("for i in $(seq 99); do echo $i >$i; done");
@@ -220,11 +221,10 @@ void killAndClear(int kills, const std::function<Process()>& startSave,
     std::mt19937 random{std::random_device{}()};
     std::size_t interrupted = 0;
     for (int i = 0; i < kills; ++i) {
-        ASSERT_EQ(std::system(("cd /run/hmc && for i in $(seq 60); do head -c 40000 /dev/zero "
-                               "| tr '\\0' x >f" +
-                               std::to_string(i) + ".$i; done")
-                                  .c_str()),
-                  0);
+        for (int number = 0; number < 60; ++number) {
+            writeFile(cache + "f" + std::to_string(i) + "." + std::to_string(number),
+                      std::string(40'000, 'x'));
+        }
         auto save = startSave();
         std::this_thread::sleep_for(std::chrono::microseconds{random() % 30'000});
         save.kill(SIGKILL);
