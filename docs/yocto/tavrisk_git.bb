@@ -52,14 +52,14 @@ FILES:${PN}-platform = " \
     ${libdir}/libwhelk${SOLIBS} \
     ${bindir}/zelctl \
     ${datadir}/tavrisk \
+    ${libexecdir}/tavrisk-retention \
     /app/bin \
 "
 FILES_SOLIBSDEV = "${libdir}/libmosslink.so ${libdir}/libwhelk.so"
 INSANE_SKIP:${PN}-platform = "dev-so"
-# What the retention script calls; busybox's applets of these names do as well.
-RDEPENDS:${PN}-platform = "coreutils diffutils findutils gawk"
 
 FILES:${PN} += " \
+    ${systemd_system_unitdir}/run-hmc.mount \
     ${datadir}/dbus-1 \
     ${nonarch_libdir}/sysusers.d \
     ${nonarch_libdir}/tmpfiles.d \

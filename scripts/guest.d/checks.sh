@@ -117,6 +117,21 @@ polices_the_tree() {
     echo "$(find "$tree/dump" -type f | wc -l) of 12 files of 1 MiB left"
 }
 
+# Files count as the unit's memory, and thirty of 16 MiB would be too much of it.
+is_full_and_lives() {
+  pid=$(main_pid)
+  head -c 16777216 /dev/zero >/tmp/record
+  refused=0
+  for number in $(seq 30); do
+    as member tavriskctl save "full$number" /tmp/record >/dev/null 2>&1 || refused=$((refused + 1))
+  done
+  rm /tmp/record
+  used=$(df --output=used -m "$tree" | tail -n 1)
+  find "$tree/dump" -name 'full*' -delete
+  echo "$refused of 30 refused,$used MiB kept, $(findmnt -n -o OPTIONS "$tree" | tr , '\n' | grep size)"
+  [ "$refused" -ge 10 ] && [ "$(main_pid)" = "$pid" ] && is_active
+}
+
 writes_to_the_journal() {
   journalctl --sync
   lines=$(journalctl -q -o cat -u "$unit" -t tavrisk | wc -l)
@@ -260,7 +275,8 @@ check "An event goes in and comes out of the event log" takes_an_event
 check "A CPER goes in and comes out of the event log" takes_a_cper
 check "Data is kept" keeps_data
 check "SaveAndClearCache saves and clears" saves_and_clears
-check "The retention script keeps the tree in limits" polices_the_tree
+check "The retention program keeps the tree in limits" polices_the_tree
+check "A full tree is refused, and the daemon lives" is_full_and_lives
 check "Its lines are in the journal" writes_to_the_journal
 check "Everyone may look" shows_itself_to_all
 check "Log: refused outside the group" refuses outsider log events/event6-above-upper-critical.json

@@ -20,7 +20,7 @@ struct InstalledFile {
 };
 constexpr std::array embeddedFiles{
     InstalledFile{"libkelp.so", "", 0755},    InstalledFile{"libmosslink.so.9", "", 0755},
-    InstalledFile{"libwhelk.so.9", "", 0755}, InstalledFile{"wuxRetensionChk.sh", "bin", 0755},
+    InstalledFile{"libwhelk.so.9", "", 0755}, InstalledFile{"tavrisk-retention", "libexec", 0755},
     InstalledFile{"zelctl", "bin", 0755},     InstalledFile{"zelctl", "completions", 0644},
     InstalledFile{"zelctl.1", "man1", 0644},  InstalledFile{"zelctl.schema.json", "tavrisk", 0644},
 };
@@ -28,6 +28,7 @@ constexpr std::array daemonFiles{
     InstalledFile{"com.vorn.bmc.tavrisk.conf", "system.d", 0644},
     InstalledFile{"com.vorn.bmc.tavrisk.service", "system-services", 0644},
     InstalledFile{"com.vorn.bmc.tavrisk.xml", "interfaces", 0644},
+    InstalledFile{"run-hmc.mount", "system", 0644},
     InstalledFile{"tavrisk", "bin", 0755},
     InstalledFile{"tavrisk.8", "man8", 0644},
     InstalledFile{"tavrisk.conf", "sysusers.d", 0644},
@@ -79,6 +80,10 @@ TEST(Installation, HoldsWhatAnImageNeedsAndNothingElse) {
         }
     }
     EXPECT_EQ(found, expected);
+    if (std::getenv("TAVRISK_ZELCTL") != nullptr) {
+        const auto script = fs::read_symlink(destination + "/app/bin/wuxRetensionChk.sh");
+        EXPECT_TRUE(fs::is_regular_file(destination + script.string())) << script;
+    }
 }
 
 } // namespace
