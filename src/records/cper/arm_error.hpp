@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "records/cper/section.hpp"
+#include "records/cper/section_kind.hpp"
 
 #include <cstddef>
 #include <cstdint>

@@ -3,7 +3,7 @@
 // first 16 bytes; the tables of those count from where the whole record would begin.
 
 #include "records/cper/phrase.hpp"
-#include "records/cper/section.hpp"
+#include "records/cper/section_kind.hpp"
 
 namespace tavrisk::cper {
 namespace {

@@ -2,7 +2,7 @@
 // FRU memory poison.
 
 #include "records/cper/phrase.hpp"
-#include "records/cper/section.hpp"
+#include "records/cper/section_kind.hpp"
 
 namespace tavrisk::cper {
 namespace {

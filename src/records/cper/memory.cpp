@@ -3,7 +3,7 @@
 
 #include "records/cper/error_status.hpp"
 #include "records/cper/phrase.hpp"
-#include "records/cper/section.hpp"
+#include "records/cper/section_kind.hpp"
 
 namespace tavrisk::cper {
 namespace {

@@ -5,7 +5,7 @@
 #include "records/cper/arm_registers.hpp"
 #include "records/cper/context.hpp"
 #include "records/cper/phrase.hpp"
-#include "records/cper/section.hpp"
+#include "records/cper/section_kind.hpp"
 
 #include <algorithm>
 

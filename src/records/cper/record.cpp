@@ -3,7 +3,7 @@
 
 #include "records/cper/header.hpp"
 #include "records/cper/interpret.hpp"
-#include "records/cper/section.hpp"
+#include "records/cper/section_kind.hpp"
 
 #include <algorithm>
 #include <array>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "records/cper/phrase.hpp"
 #include "records/cper/record.hpp"
-#include "records/cper/section.hpp"
+#include "records/cper/section_kind.hpp"
 
 #include <algorithm>
 #include <array>

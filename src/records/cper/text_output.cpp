@@ -27,7 +27,8 @@ struct OneLine {
         for (const auto name : bits.flags) {
             names += (names.empty() ? "" : ", ") + std::string{name};
         }
-        return inBrackets(bits.value, bits.hasFlags && names.empty() ? "none" : names);
+        const bool sayNone = bits.hasFlags && names.empty() && bits.fields.empty();
+        return inBrackets(bits.value, sayNone ? "none" : names);
     }
     std::string operator()(const Guid& guid) const { return inBrackets(guid.text, guid.name); }
     std::string operator()(const Time& time) const {

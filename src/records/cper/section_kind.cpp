@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "records/cper/section.hpp"
+#include "records/cper/section_kind.hpp"
 
 #include <algorithm>
 #include <array>
