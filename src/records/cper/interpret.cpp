@@ -325,6 +325,7 @@ Node wordList(std::string_view label, Bytes bytes, std::size_t unit) {
 
 void interpret(const Table& table, Bytes bytes, Nodes& nodes, Findings& findings,
                std::uint64_t valid) {
+    nodes.reserve(nodes.size() + table.rows.size() + 1);
     if (table.validWidth != 0) {
         const auto own = numberAt(bytes, table.validOffset, table.validWidth);
         if (own) {
