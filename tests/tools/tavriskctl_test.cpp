@@ -144,20 +144,34 @@ TEST_F(Tavriskctl, ExplainsWithoutADaemonAndWithoutATrace) {
     writeFile("/run/long", R"({"EventType":"Event","Severity":"Warning","MessageArgs":[")" +
                                std::string(1024, 'x') + R"("]})");
     writeFile("/run/text", "{\n \"CPER\":{},\"EventType\":\"Event\",\"Severity\":\"Warning\"}");
+    writeFile("/run/hostile", "{\"EventType\":\"Event\",\"Severity\":\"OK\",\"Message\":"
+                              "\"a\\u001b[1m\",\"Resolution\":\"b\\nc\"}");
     const std::string said = "standard input: ";
     expectAll({
         {"explain - <events/event5-above-upper-caution.json", 0,
-         said + "reported as HMC0005, warning, device \"GPU_3_TEMP_0\": The GPU_3_TEMP_0 upper"},
+         said + "Sensor 'GPU_3_TEMP_0' reading of 87.25 (Cel) is above the 85 upper caution "
+                "threshold.\n  reported as HMC0005, warning, device \"GPU_3_TEMP_0\": The "
+                "GPU_3_TEMP_0 upper warning threshold has been exceeded.\n"
+                "  Resolution: Check the condition of the resources listed in OriginOfCondition.\n"
+                "  Origin of condition: /redfish/v1/Chassis/HMC_GPU_3/Sensors/GPU_3_TEMP_0"},
         {"explain - <events/malformed-cut-off.json", 0, said + "not reported: it is no JSON: at "},
-        {"explain - <events/not-reported-severity-ok.json", 0, said + "not reported: neither its "},
         {"explain - </run/long", 0,
          said + "not reported: the event log takes no device name of more than 1023 bytes"},
         {"explain - </run/text", 0, said + "reported as HMC0002"},
         {"explain - </run/e", 0, said + "not reported: its Severity is of the wrong type"},
+        {"explain - </run/hostile", 0,
+         said + "a\\x1b[1m\n  not reported: neither its Severity nor its MessageSeverity"
+                " is \"Critical\" or \"Warning\"\n  Resolution: b\\x0ac"},
         {"explain - <cper/memory-error-four-bytes-ahead.cper", 0,
-         said +
-             "CPER of 11_15_2026_122530, Warning, section type 00000000-0000-0000-0000-00000000"},
-        {"explain - <cper/truncated.cper", 1, "tavriskctl: " + said + "refused: it is too short"},
+         said + "Corrected single-bit ECC error at node 0, card 1, module 4, rank 1, bank 3, "
+                "device 9, row 0x4d21, column 136, bit 17, physical address 0x00000027f4a1c0c0; "
+                "FRU \"DIMM A4\"\n"
+                "  CPER of 11_15_2026_122530, Warning, section type 00000000-0000-0000-0000-000"},
+        {"explain - <cper/truncated.cper 2>/dev/null", 1,
+         said + "Recoverable error record without sections"},
+        {"explain --as=cper - <cper/truncated.cper >/dev/null", 1,
+         "tavriskctl: " + said + "refused: it is too short"},
+        {"log --verbose x", 2, "tavriskctl: log has no option --verbose"},
     });
     EXPECT_THAT(syslog(), IsEmpty());
 }

@@ -21,16 +21,17 @@ const std::array<CommandRow, 8> commandRows{{
     {"set", "PROPERTY VALUE", 2, 2, set, 25s, "change a setting"},
     {"monitor", "", 0, 0, monitor, 25s, "show changes as they come, until interrupted"},
     {"explain", "FILE...", 1, INT_MAX, explain, 0s,
-     "say without a daemon what would become of files"},
+     "say without a daemon what records tell, and what would become of them"},
 }};
 
-const std::array<OptionRow, 6> optionRows{{
+const std::array<OptionRow, 7> optionRows{{
     {"json", nullptr, optionJson, nullptr, "one JSON object per line instead of text"},
     {"bus", "BUS", optionBus, nullptr, "system (the default), session or a D-Bus address"},
     {"timeout", "SECONDS", optionTimeout, nullptr,
      "longest wait for a reply, 0 for ever; default "},
     {"as", "KIND", optionAs, explain,
      "for explain: event or cper; by default, what the file begins like"},
+    {"verbose", nullptr, optionVerbose, explain, "for explain: all that a CPER says"},
     {"help", nullptr, optionHelp, nullptr, "show this help, or that of a command; -h for short"},
     {"version", nullptr, optionVersion, nullptr, "show the version"},
 }};

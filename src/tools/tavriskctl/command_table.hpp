@@ -27,6 +27,7 @@ enum OptionKey {
     optionBus,
     optionTimeout,
     optionAs,
+    optionVerbose,
     optionHelp,
     optionVersion,
 };
@@ -40,7 +41,7 @@ struct OptionRow {
     Options::Command command;
     const char* help;
 };
-extern const std::array<OptionRow, 6> optionRows;
+extern const std::array<OptionRow, 7> optionRows;
 
 /** Prints the help of a command, or the program's when `command` is null. */
 void printHelp(const CommandRow* command);

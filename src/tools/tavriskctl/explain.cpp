@@ -3,6 +3,7 @@
 #include "records/classifier.hpp"
 #include "records/cper_parser.hpp"
 #include "tools/tavriskctl/commands.hpp"
+#include "tools/tavriskctl/content.hpp"
 #include "tools/tavriskctl/input.hpp"
 #include "tools/tavriskctl/report.hpp"
 
@@ -93,7 +94,16 @@ bool looksLikeCper(const std::vector<std::uint8_t>& bytes) {
             head.substr(0, 4).find_first_not_of(" \t\r\n{\"") != std::string_view::npos);
 }
 
-Outcome explainFile(const std::string& file, const std::string& kind) {
+/** Adds what the record says of itself. Of an event record that is little and shown in any case. */
+void addContent(Outcome& outcome, const Content& content, bool showLines) {
+    outcome.headline = content.sentence;
+    outcome.lines = showLines ? content.lines : "";
+    for (const auto& member : content.members.getMemberNames()) {
+        outcome.details[member] = content.members[member];
+    }
+}
+
+Outcome explainFile(const std::string& file, const std::string& kind, bool verbose) {
     const auto bytes = readInput(file);
     if (bytes.empty()) {
         return {Exit::refused, "refused: empty input"};
@@ -101,6 +111,7 @@ Outcome explainFile(const std::string& file, const std::string& kind) {
     const bool isCper = kind.empty() ? looksLikeCper(bytes) : kind == "cper";
     auto outcome = isCper ? explainCper(bytes) : explainEvent(bytes);
     outcome.details["kind"] = isCper ? "cper" : "event";
+    addContent(outcome, isCper ? contentOfCper(bytes) : contentOfEvent(bytes), verbose || !isCper);
     if (kind.empty() && outcome.sentence.starts_with("not reported: it is no JSON:")) {
         outcome.sentence += " (without a CPER's signature; --as=cper takes it for one)";
     }
@@ -114,7 +125,8 @@ Exit explain(const Options& options) {
     for (const auto& file : options.files) {
         Json::Value about;
         about["file"] = file;
-        report.tell(displayName(file), about, [&] { return explainFile(file, options.kind); });
+        report.tell(displayName(file), about,
+                    [&] { return explainFile(file, options.kind, options.verbose); });
     }
     return report.finish();
 }

@@ -82,6 +82,7 @@ void apply(const Given& given, const CommandRow& command, Options& options) {
                 options.bus + "'");
         }
     }
+    options.verbose = given.contains(optionVerbose);
     if (given.contains(optionAs)) {
         options.kind = given.at(optionAs);
         if (options.kind != "event" && options.kind != "cper") {

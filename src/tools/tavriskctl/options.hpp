@@ -26,6 +26,8 @@ struct Options {
     std::string name;
     /** What `explain` is to take its files for, "event" or "cper"; empty to tell by their bytes. */
     std::string kind;
+    /** Whether `explain` shows all that a record says. */
+    bool verbose = false;
     std::string property;
     std::string value;
 };

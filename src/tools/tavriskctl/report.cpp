@@ -54,6 +54,26 @@ std::size_t printableLength(std::string_view text) {
     return character >= smallest.at(length) && isPrintable(character) ? length : 0;
 }
 
+/** `lines` set in by two blanks. */
+std::string setIn(std::string_view lines) {
+    std::string text;
+    while (!lines.empty()) {
+        const auto end = std::min(lines.find('\n'), lines.size() - 1) + 1;
+        text += "  " + std::string{lines.substr(0, end)};
+        lines.remove_prefix(end);
+    }
+    return text;
+}
+
+/** What goes to standard output. */
+std::string textOf(const std::string& subject, const Outcome& outcome) {
+    const auto said = outcome.status == Exit::accepted ? printable(outcome.sentence) + "\n" : "";
+    if (outcome.headline.empty()) {
+        return (said.empty() ? "" : subject + ": " + said) + setIn(outcome.lines);
+    }
+    return subject + ": " + printable(outcome.headline) + "\n" + setIn(said + outcome.lines);
+}
+
 } // namespace
 
 const char* resultWord(Exit status) {
@@ -156,11 +176,12 @@ void Report::print(const std::string& subject, const Outcome& outcome) const {
         return;
     }
     clearProgress();
-    const auto line = printable(subject) + ": " + printable(outcome.sentence) + "\n";
     if (!accepted) {
-        std::cerr << programName << ": " << line;
-    } else if (!progress_) {
-        std::cout << line << std::flush;
+        std::cerr << programName << ": " << printable(subject) << ": "
+                  << printable(outcome.sentence) << "\n";
+    }
+    if (!progress_) {
+        std::cout << textOf(printable(subject), outcome) << std::flush;
     }
 }
 

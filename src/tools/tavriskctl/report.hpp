@@ -29,6 +29,10 @@ struct Outcome {
     Exit status = Exit::accepted;
     /** One sentence, without the subject. */
     std::string sentence;
+    /** What the subject itself says: a sentence that stands in front of the other, and lines that
+     *  stand below it, fit for a terminal, each with a newline. */
+    std::string headline{};
+    std::string lines{};
     /** What else there is to say, as members of the JSON object. */
     Json::Value details{Json::objectValue};
 };

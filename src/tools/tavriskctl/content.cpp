@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/tavriskctl/content.hpp"
+
+#include "records/cper/printed.hpp"
+#include "records/cper/record.hpp"
+#include "tools/tavriskctl/report.hpp"
+
+#include <json/reader.h>
+#include <json/writer.h>
+
+#include <exception>
+#include <memory>
+
+namespace tavrisk::ctl {
+namespace {
+
+/** Null for bytes that are no JSON object. */
+Json::Value parseObject(std::span<const std::uint8_t> bytes) {
+    const auto* begin = reinterpret_cast<const char*>(bytes.data());
+    const std::unique_ptr<Json::CharReader> reader{Json::CharReaderBuilder{}.newCharReader()};
+    Json::Value value;
+    try {
+        const bool parsed = reader->parse(begin, begin + bytes.size(), &value, nullptr);
+        return parsed && value.isObject() ? value : Json::Value{};
+    } catch (const std::exception&) {
+        // Nested too deeply for the reader.
+        return {};
+    }
+}
+
+/** A text as it is, a link's target, all else as JSON; empty for null. */
+std::string textOf(const Json::Value& value) {
+    if (value.isNull() || value.isString()) {
+        return value.asString();
+    }
+    if (value.isObject() && value["@odata.id"].isString()) {
+        return value["@odata.id"].asString();
+    }
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    return Json::writeString(builder, value);
+}
+
+void add(Content& content, const char* label, const char* member, const Json::Value& value) {
+    const auto text = textOf(value);
+    if (!text.empty()) {
+        content.lines += std::string{label} + ": " + printable(text) + "\n";
+        content.members[member] = text;
+    }
+}
+
+} // namespace
+
+Content contentOfCper(std::span<const std::uint8_t> bytes) {
+    const auto record = cper::decode(bytes);
+    Content content{cper::sentence(record), cper::toText(record), cper::toJson(record)};
+    content.members["schemaVersion"] = Json::UInt64{cper::schemaVersion};
+    content.members["sentence"] = content.sentence;
+    return content;
+}
+
+Content contentOfEvent(std::span<const std::uint8_t> bytes) {
+    const auto record = parseObject(bytes);
+    Content content;
+    if (record.isNull()) {
+        return content;
+    }
+    content.sentence = textOf(record["Message"]);
+    if (!content.sentence.empty()) {
+        content.members["sentence"] = content.sentence;
+    }
+    add(content, "Resolution", "resolution", record["Resolution"]);
+    // A log entry has it among its links.
+    const auto& links = record["Links"];
+    const auto& origin = record["OriginOfCondition"];
+    add(content, "Origin of condition", "originOfCondition",
+        origin.isNull() && links.isObject() ? links["OriginOfCondition"] : origin);
+    return content;
+}
+
+} // namespace tavrisk::ctl
