@@ -37,6 +37,7 @@ constexpr std::array daemonFiles{
     InstalledFile{"tavriskctl", "bin", 0755},
     InstalledFile{"tavriskctl", "completions", 0644},
     InstalledFile{"tavriskctl.1", "man1", 0644},
+    InstalledFile{"tavriskctl.schema.json", "tavrisk", 0644},
 };
 
 /** "FOLDER/NAME MODE"; the folder of a library is the machine's. */

@@ -30,7 +30,9 @@ TEST_F(Samples, BecomeWhatTheTranscriptTells) {
     for (const auto& entry : std::filesystem::recursive_directory_iterator{source + "samples"}) {
         const auto name = entry.path().filename().string();
         const bool record = name.ends_with(".cper");
-        if (!record && !name.ends_with(".json")) {
+        // Those of the decoder are of kinds that the daemon does not tell apart.
+        if (entry.path().parent_path().filename() == "decoder" ||
+            (!record && !name.ends_with(".json"))) {
             continue;
         }
         const auto data = bytes(readFile(entry.path()));

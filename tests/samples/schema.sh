@@ -7,22 +7,16 @@ samples=$2
 shift 2
 work=$(mktemp -d)
 trap 'rm -r "$work"' EXIT
+instances=
+count=0
 for sample in "$samples"/*.cper; do
   for bytes in 100000 250 100 20 1; do
     head -c "$bytes" "$sample" >"$work/record"
-    "$@" --json explain --as=cper "$work/record" >>"$work/objects" || [ $? = 1 ]
+    count=$((count + 1))
+    "$@" --json explain --as=cper "$work/record" >"$work/$count.json" || [ $? = 1 ]
+    instances="$instances -i $work/$count.json"
   done
 done
-exec python3 - "$schema" "$work/objects" <<'PYTHON'
-import json
-import sys
-
-import jsonschema
-
-schema = json.load(open(sys.argv[1]))
-objects = [json.loads(line) for line in open(sys.argv[2])]
-assert len(objects) >= 5 * 28
-validator = jsonschema.Draft202012Validator(schema)
-for thing in objects:
-    validator.validate(thing)
-PYTHON
+[ $count -ge 140 ]
+# shellcheck disable=SC2086 # a list of words
+/usr/bin/python3 -W ignore -m jsonschema $instances "$schema"
