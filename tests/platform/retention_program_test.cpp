@@ -2,6 +2,7 @@
 #include "tests/world.hpp"
 
 #include <sys/mount.h>
+#include <sys/resource.h>
 
 #include <array>
 #include <cerrno>
@@ -270,14 +271,25 @@ TEST_F(ThoroughRetentionProgram, LosesNothingIn200Kills) {
         100, [] { return start("cache"); }, [] { EXPECT_EQ(run("cache"), "0"); });
 }
 
+/** Processor time of the children waited for so far, in seconds: what else the machine does is not
+ * in it. */
+double processorTime() {
+    rusage usage{};
+    getrusage(RUSAGE_CHILDREN, &usage);
+    const auto seconds = [](const timeval& time) {
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+    };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
 TEST_F(ThoroughRetentionProgram, IsQuickWith100000Files) {
     shell("seq 100000 | split -l 1 -a 5");
-    const auto begin = std::chrono::steady_clock::now();
-    EXPECT_EQ(run("/run/hmc 0"), "0");
-    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
+    const auto before = processorTime();
+    shell("$TAVRISK_RETENTION_ALONE /run/hmc 0"); // The shim costs more than the program.
+    const auto taken = processorTime() - before;
     EXPECT_EQ(contents(cache), "");
     if (whyNoMemoryFigures() == nullptr) {
-        EXPECT_LT(taken.count(), 10); // On a machine that has other things to do.
+        EXPECT_LT(taken, 2);
     }
 }
 
