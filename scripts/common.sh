@@ -49,7 +49,7 @@ libraries() { printf "%s$1 " libjsoncpp-dev libsqlite3-dev libssl-dev libsystemd
 # What every build needs, and what the private bus does.
 need_build() {
   # shellcheck disable=SC2046 # names of packages
-  need g++ $(libraries '') meson ninja-build pkg-config python3-jsonschema dbus-daemon util-linux "$@"
+  need g++ $(libraries '') meson ninja-build pkg-config dbus-daemon util-linux "$@"
 }
 
 # build DIRECTORY OPTION...: configures a build directory below build/ once, and builds it; through
