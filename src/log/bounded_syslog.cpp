@@ -55,7 +55,7 @@ void countUnwritten() {
 
 /** A child leaves it to the daemon to tell. */
 bool mayTellUnwritten() {
-    const auto* const children = unwrittenByChildren.load(std::memory_order_relaxed);
+    const auto* const children = unwrittenByChildren.load(std::memory_order_acquire);
     const bool any = unwritten.load(std::memory_order_relaxed) != 0 ||
                      (children != nullptr && children->load(std::memory_order_relaxed) != 0);
     return any && !isChild() && !bracket::isClosed();
