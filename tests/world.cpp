@@ -85,6 +85,10 @@ const char* whyNoMemoryFigures() {
                         : nullptr;
 }
 
+bool thorough() {
+    return std::getenv("TAVRISK_THOROUGH") != nullptr;
+}
+
 Bytes bytes(const std::string& text) {
     return {text.begin(), text.end()};
 }

@@ -21,6 +21,9 @@
 /** Why figures and limits of memory mean nothing in this run; null when they do mean something. */
 const char* whyNoMemoryFigures();
 
+/** The slow proofs are wanted: whoever has a quick form of them leaves it. */
+bool thorough();
+
 using Bytes = std::vector<std::uint8_t>;
 using Lines = std::vector<std::string>;
 

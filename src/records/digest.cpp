@@ -27,11 +27,17 @@ struct Free {
     void operator()(char* text) const noexcept { std::free(text); }
 };
 
+using Context = std::unique_ptr<EVP_MD_CTX, FreeContext>;
+
+bool begin(const Context& context) {
+    return context && EVP_DigestInit_ex(context.get(), EVP_sha512(), nullptr) == 1;
+}
+
 bool computeSha512(const std::uint8_t* data, std::uint32_t length, Digest& digest) {
     constexpr auto logName = "SignIt";
     diag_log(8, 7, "%s: Message: %s", logName, "512 INIT");
-    const std::unique_ptr<EVP_MD_CTX, FreeContext> context{EVP_MD_CTX_new()};
-    bool good = context && EVP_DigestInit_ex(context.get(), EVP_sha512(), nullptr) == 1;
+    const Context context{EVP_MD_CTX_new()};
+    bool good = begin(context);
     diag_log(8, 7, "%s: Message: %s", logName, "512 UPDATE");
     good = good && EVP_DigestUpdate(context.get(), data, length) == 1;
     diag_log(8, 7, "%s: Message: %s", logName, "512 FINAL");
@@ -48,6 +54,10 @@ std::string toText(const Digest& digest) {
 }
 
 } // namespace
+
+void tavrisk::prepareDigests() {
+    begin(Context{EVP_MD_CTX_new()});
+}
 
 int SignIt(const std::uint8_t* data, std::uint32_t length, char** text) {
     if (data == nullptr || length == 0 || text == nullptr) {

@@ -5,6 +5,14 @@
 #include <string>
 #include <vector>
 
+namespace tavrisk {
+
+/** Has the library make what it makes once. At the first digest, want of memory for it would end
+ *  the program, or every later digest with it; at its start nothing is lost by that. */
+void prepareDigests();
+
+} // namespace tavrisk
+
 /**
  * Makes the digest text of `length` bytes at `data`: their SHA-512 as 128 lower-case hexadecimal
  * digits. `*text` receives it as a NUL-terminated string that the caller releases with `free`.

@@ -149,7 +149,7 @@ void JsonName::append(char byte) noexcept {
 }
 
 bool JsonName::operator==(std::string_view name) const noexcept {
-    return std::string_view{bytes_, size_} == name;
+    return std::string_view{bytes_.data(), size_} == name;
 }
 
 namespace {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string_view>
 
@@ -64,7 +65,7 @@ public:
 
 private:
     static constexpr std::size_t capacity = 17; // One more than "NotificationType" has.
-    char bytes_[capacity]{};
+    std::array<char, capacity> bytes_{};
     std::size_t size_ = 0;
 };
 

@@ -15,6 +15,7 @@
 // terminating zero.
 
 int32_t MOSSLINKBuildMsgArgsBuffer(char** args, uint32_t count, void* buffer, uint32_t* length) {
+    const OfAStandIn ours;
     std::string packed;
     for (uint32_t i = 0; i < count; ++i) {
         packed.append(args[i], std::strlen(args[i]) + 1);
@@ -26,12 +27,14 @@ int32_t MOSSLINKBuildMsgArgsBuffer(char** args, uint32_t count, void* buffer, ui
 }
 
 int32_t MOSSLINKCreateTLVList(void** list) {
+    const OfAStandIn ours;
     // Null as a handle is this library's right.
     *list = nullptr;
     return recorded("create");
 }
 
 int32_t MOSSLINKAddTLVToList(uint16_t tag, uint16_t length, const void* value, void*) {
+    const OfAStandIn ours;
     return recorded("add", " " + std::to_string(tag) + " " + std::to_string(length) + " " +
                                std::string{static_cast<const char*>(value), length}.c_str());
 }
@@ -39,16 +42,19 @@ int32_t MOSSLINKAddTLVToList(uint16_t tag, uint16_t length, const void* value, v
 int32_t MOSSLINKSubmitEvent(uint32_t first, uint32_t second, uint16_t severity,
                             const char* message_id, MOSSLINKCallback callback, void* user_data,
                             void*) {
+    const OfAStandIn ours;
     return recorded("submit", " " + std::to_string(first) + " " + std::to_string(second) + " " +
                                   std::to_string(severity) + " " + message_id +
                                   (callback || user_data ? " callback" : ""));
 }
 
 int32_t MOSSLINKFreeTLVList(void*) {
+    const OfAStandIn ours;
     return recorded("free");
 }
 
 int32_t kelpc_initialize(void** handle, const void* init_block) {
+    const OfAStandIn ours;
     std::array<unsigned char, 104> block{};
     std::memcpy(block.data(), init_block, block.size());
     const unsigned char* client = nullptr;
@@ -70,10 +76,12 @@ int32_t kelpc_initialize(void** handle, const void* init_block) {
 }
 
 int32_t kelpc_destroy(void*) {
+    const OfAStandIn ours;
     return recorded("kelpc_destroy");
 }
 
 void whelk_vprintf(uint8_t level, int component, const char* format, va_list args) {
+    const OfAStandIn ours;
     std::array<char, 4096> text{};
     std::vsnprintf(text.data(), text.size(), format, args);
     if (std::strcmp(text.data(), "hang") == 0) {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "allocation.hpp"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -14,6 +16,7 @@
 // name is a file below /run/fail answers with the number in it.
 
 inline void record(const std::string& call) {
+    const OfAStandIn ours;
     auto line = std::to_string(gettid()) + ' ';
     for (const char c : call) {
         line += c == '\n' ? std::string{"\\n"} : std::string{c};
@@ -25,6 +28,7 @@ inline void record(const std::string& call) {
 }
 
 inline std::int32_t failure(const std::string& call) {
+    const OfAStandIn ours;
     std::int32_t code = 0;
     std::ifstream{"/run/fail/" + call} >> code;
     return code;

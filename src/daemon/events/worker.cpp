@@ -113,7 +113,8 @@ void zel_wux_fault_logging_thread(std::vector<std::uint8_t> eventData) {
 namespace {
 
 /** A worker gets of a large record only what is read of it: a burst of them would otherwise be in
- *  memory as often as workers are behind. Looking for that costs less than the digest has. */
+ *  memory as often as workers are behind. Looking for that holds the bus up for a few times what
+ * the digest takes. */
 std::vector<std::uint8_t> whatIsRead(std::vector<std::uint8_t> eventData) {
     constexpr std::size_t large = 65'536;
     if (eventData.size() < large) {

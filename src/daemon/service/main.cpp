@@ -3,6 +3,7 @@
 #include "daemon/service/bus_loop.hpp"
 #include "daemon/service/tavriskmain.hpp"
 #include "log/diag_log.hpp"
+#include "records/digest.hpp"
 
 #include <sdbusplus/bus.hpp>
 #include <systemd/sd-bus.h>
@@ -20,6 +21,8 @@ struct UnrefBus {
 } // namespace
 
 int main() {
+    tavrisk::prepareDigests();
+
     sd_bus* opened = nullptr;
     const int openResult = sd_bus_default(&opened);
     const std::unique_ptr<sd_bus, UnrefBus> connection{opened};

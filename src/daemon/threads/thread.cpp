@@ -12,10 +12,22 @@ namespace {
 
 using Body = std::function<void()>;
 
+#ifdef __has_feature
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define TAVRISK_SANITIZED
+#endif
+#endif
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr std::size_t stackSize = std::size_t{4} << 20; // Its frames are several times as large.
+#define TAVRISK_SANITIZED
+#endif
+
+// A worker takes 20 KiB of it, jsoncpp 508 KiB if it ever got all the levels that it accepts, and a
+// vendor's library may want 256 KiB.
+#ifdef TAVRISK_SANITIZED
+// A sanitizer has 780 KiB of its own at the top of each, and frames several times as large.
+constexpr std::size_t stackSize = std::size_t{4} << 20;
 #else
-constexpr std::size_t stackSize = std::size_t{512} << 10;
+constexpr std::size_t stackSize = std::size_t{1} << 20;
 #endif
 
 void check(int code) {
