@@ -143,8 +143,9 @@ protected:
                (has("Event raise successfully") && !has("build "));
     }
 
-    /** The bus's and the monitor's; and after a large call one that waits to give memory back. */
-    std::ptrdiff_t threadsWhenIdle_ = 2;
+    /** The bus's, the monitor's and syslog's watcher; after a large call also one that waits to give
+     *  memory back. */
+    std::ptrdiff_t threadsWhenIdle_ = 3;
     std::unique_ptr<Peer> peer_;
 
 private:
@@ -179,7 +180,7 @@ TEST_F(Allocation, OneThatFailsCostsAnEventNoMoreThanItsOwnReply) {
         {"Log", event}, {"CPERlog", cper}, {"Log", large}};
     for (const auto& [method, data] : calls) {
         SCOPED_TRACE(method);
-        threadsWhenIdle_ = data == large ? 3 : 2;
+        threadsWhenIdle_ = data == large ? 4 : 3;
         sweep(5, [&](int n) {
             auto outcome = call(newCall(method, data).get(), n);
             const auto result = outcome.number();
