@@ -224,7 +224,8 @@ TEST_F(Request, TakesMemoryForWhatIsReadOfARecordOnly) {
         GTEST_SKIP() << why;
     }
     const std::size_t size = (thorough() ? 16 : 4) << 20;
-    const auto filled = [size](std::string start, const std::string& piece, const std::string& end) {
+    const auto filled = [size](std::string start, const std::string& piece,
+                               const std::string& end) {
         while (start.size() < size) {
             start += piece;
         }

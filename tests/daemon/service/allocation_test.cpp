@@ -143,8 +143,8 @@ protected:
                (has("Event raise successfully") && !has("build "));
     }
 
-    /** The bus's, the monitor's and syslog's watcher; after a large call also one that waits to give
-     *  memory back. */
+    /** The bus's, the monitor's and syslog's watcher; after a large call also one that waits to
+     * give memory back. */
     std::ptrdiff_t threadsWhenIdle_ = 3;
     std::unique_ptr<Peer> peer_;
 
