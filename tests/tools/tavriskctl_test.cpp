@@ -141,11 +141,15 @@ TEST_F(Tavriskctl, MonitorFollowsPropertiesAndNameUntilNobodyListens) {
 TEST_F(Tavriskctl, ExplainsWithoutADaemonAndWithoutATrace) {
     stopBus();
     writeFile("/run/e", R"({"EventType":"Event","Severity":{}})");
-    writeFile("/run/long", R"({"EventType":"Event","Severity":"Warning","MessageArgs":[")" +
-                               std::string(1024, 'x') + R"("]})");
+    const auto named = [](std::size_t length) {
+        return R"({"EventType":"Event","Severity":"Warning","MessageArgs":[")" +
+               std::string(length, 'x') + R"("]})";
+    };
+    writeFile("/run/long", named(1024));
+    writeFile("/run/longest", named(1023));
     writeFile("/run/text", "{\n \"CPER\":{},\"EventType\":\"Event\",\"Severity\":\"Warning\"}");
     writeFile("/run/hostile", "{\"EventType\":\"Event\",\"Severity\":\"OK\",\"Message\":"
-                              "\"a\\u001b[1m\",\"Resolution\":\"b\\nc\"}");
+                              "\"a\\u001b[1m\u202e\u2066\",\"Resolution\":\"b\\nc\"}");
     const std::string said = "standard input: ";
     expectAll({
         {"explain - <events/event5-above-upper-caution.json", 0,
@@ -157,10 +161,12 @@ TEST_F(Tavriskctl, ExplainsWithoutADaemonAndWithoutATrace) {
         {"explain - <events/malformed-cut-off.json", 0, said + "not reported: it is no JSON: at "},
         {"explain - </run/long", 0,
          said + "not reported: the event log takes no device name of more than 1023 bytes"},
+        {"explain - </run/longest", 0, said + "reported as HMC0002"},
         {"explain - </run/text", 0, said + "reported as HMC0002"},
         {"explain - </run/e", 0, said + "not reported: its Severity is of the wrong type"},
         {"explain - </run/hostile", 0,
-         said + "a\\x1b[1m\n  not reported: neither its Severity nor its MessageSeverity"
+         said + "a\\x1b[1m\\xe2\\x80\\xae\\xe2\\x81\\xa6\n  not reported: neither its Severity nor "
+                "its MessageSeverity"
                 " is \"Critical\" or \"Warning\"\n  Resolution: b\\x0ac"},
         {"explain - <cper/memory-error-four-bytes-ahead.cper", 0,
          said + "Corrected single-bit ECC error at node 0, card 1, module 4, rank 1, bank 3, "
