@@ -47,6 +47,49 @@ std::string described(const std::string& folder, const std::string& name, unsign
     return text.str();
 }
 
+/** Beginnings of lines that a file has, of those that nothing else here would miss. */
+struct Promise {
+    const char* file;
+    Lines lines;
+};
+const std::string group = std::getenv("TAVRISK_BUS_GROUP");
+const Promise promises[] = {
+    {"system/tavrisk.service",
+     {"Type=dbus\nBusName=com.vorn.bmc.tavrisk\n", "Wants=run-hmc.mount\nAfter=run-hmc.mount\n",
+      "ExecStartPre=-+systemd-tmpfiles --create tavrisk.conf\n", "ExecStop=-/bin/sh -c ",
+      "Restart=always\nRestartSec=3s\n", "StartLimitIntervalSec=2min\nStartLimitBurst=5\n",
+      "User=tavrisk\nGroup=tavrisk\n", "ProtectSystem=strict\nReadWritePaths=/run/hmc -/mmc1/hmc",
+      "NoExecPaths=/run/hmc -/mmc1/hmc", "ReadOnlyPaths=/tmp /var/tmp\n", "PrivateIPC=yes\n",
+      "SystemCallErrorNumber=EPERM\n", "MemoryMax=", "TasksMax=infinity\nLimitNPROC=infinity\n",
+      "WantedBy=multi-user.target\n"}},
+    {"system/run-hmc.mount",
+     {"Before=tavrisk.service\n", "What=tmpfs\nWhere=/run/hmc\nType=tmpfs\n",
+      "Options=mode=0750,nosuid,nodev,noexec,size="}},
+    {"tmpfiles.d/tavrisk.conf",
+     {"d /run/hmc          0750 tavrisk " + group + " -\n",
+      "d /run/hmc/dump     0750 tavrisk " + group + " -\n",
+      "d /run/hmc/rawCPER  0750 tavrisk " + group + " -\n",
+      "d /mmc1/hmc         0750 tavrisk " + group + " -\n"}},
+    {"sysusers.d/tavrisk.conf", {"u tavrisk - ", "g " + group + " -\n"}},
+    {"system-services/com.vorn.bmc.tavrisk.service",
+     {"Name=com.vorn.bmc.tavrisk\n", "User=tavrisk\nSystemdService=tavrisk.service\n"}},
+};
+
+void expectPromised(const fs::path& file) {
+    const auto name = file.parent_path().filename() / file.filename();
+    const auto content = "\n" + readFile(file);
+    for (const auto& promise : promises) {
+        for (const auto& line : promise.file == name ? promise.lines : Lines{}) {
+            EXPECT_NE(content.find("\n" + line), std::string::npos) << name << ": " << line;
+        }
+    }
+    // What is not needed is not allowed: more than 0.4 means that a line has gone.
+    EXPECT_TRUE(name != "system/tavrisk.service" ||
+                Process({"systemd-analyze", "security", "--offline=yes", "--threshold=4",
+                         "--no-pager", file})
+                        .wait() == 0);
+}
+
 TEST(Installation, HoldsWhatAnImageNeedsAndNothingElse) {
     const std::string destination = "/run/destination";
     fs::remove_all(destination);
@@ -72,6 +115,7 @@ TEST(Installation, HoldsWhatAnImageNeedsAndNothingElse) {
             const auto& path = entry.path();
             found.insert(described(path.parent_path().filename(), path.filename(),
                                    static_cast<unsigned>(entry.status().permissions())));
+            expectPromised(path);
             const auto content = readFile(path);
             static const std::regex placeholder{"@[a-z_]+@"};
             EXPECT_TRUE(content.starts_with("\x7f"

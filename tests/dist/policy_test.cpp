@@ -158,6 +158,9 @@ TEST_F(OnBusWithInstalledPolicy, EverybodyLooksAndOnlyRootSets) {
         EXPECT_EQ(peer.byteProperty("RetentionSizeInMB"), 10);
         EXPECT_EQ(callError(peer, properties, "GetAll", "s", service), "");
         EXPECT_EQ(callError(peer, "org.freedesktop.DBus.Introspectable", "Introspect"), "");
+        // The daemon refuses that, which has them at another path, and not the bus.
+        EXPECT_EQ(callError(peer, "org.freedesktop.DBus.ObjectManager", "GetManagedObjects"),
+                  SD_BUS_ERROR_UNKNOWN_METHOD);
 
         const bool isRoot = user == "root";
         EXPECT_EQ(peer.set("SystemLEDSetting", "s", user.c_str()), isRoot ? 0 : -EACCES);
