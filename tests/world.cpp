@@ -35,7 +35,7 @@ constexpr auto path = "/com/vorn/bmc/tavrisk";
 
 /** The words of the retention monitor and its children: "log 5 349 wuxmonitor_thread: ...". */
 bool isOfRetention(const std::string& line) {
-    if (line.starts_with("sleep ") || line.starts_with("kill ")) {
+    if (line.starts_with("sleep ") || line.starts_with("nanosleep ") || line.starts_with("kill ")) {
         return true;
     }
     std::size_t message = 0;

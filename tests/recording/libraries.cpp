@@ -43,6 +43,9 @@ int32_t MOSSLINKSubmitEvent(uint32_t first, uint32_t second, uint16_t severity,
                             const char* message_id, MOSSLINKCallback callback, void* user_data,
                             void*) {
     const OfAStandIn ours;
+    while (failure("stall") != 0) {
+        usleep(10'000);
+    }
     return recorded("submit", " " + std::to_string(first) + " " + std::to_string(second) + " " +
                                   std::to_string(severity) + " " + message_id +
                                   (callback || user_data ? " callback" : ""));

@@ -62,6 +62,8 @@ const Case cases[] = {
      json("{'EventType':'Alert','EntryType':'Event','MessageSeverity':'Critical'}"), 1, 1, 1, ""},
     {"MessageSeverityOutranksWarning",
      json("{'EventType':'Event','Severity':'Warning','MessageSeverity':'Critical'}"), 1, 1, 1, ""},
+    {"MessageSeverityBesideAHarmlessOne",
+     json("{'EventType':'Event','Severity':'OK','MessageSeverity':'Warning'}"), 1, 2, 2, ""},
     {"NumberAsDevice", json("{'EventType':'Event','Severity':'Warning','MessageArgs':[7]}"), 1, 2,
      2, "7"},
     {"DeviceEndsAtNul",

@@ -71,9 +71,11 @@ TEST_F(LogServiceEntry, LeavesTheCallUnansweredWhenTheWorkerCannotBeStarted) {
     startDaemon();
     const auto record = sample("default-type");
     fail("pthread_create", EAGAIN);
-    EXPECT_EQ(Peer{}.call("CPERlog", digest(record), record), std::nullopt);
+    Peer peer;
+    EXPECT_EQ(peer.call("CPERlog", digest(record), record), std::nullopt);
+    EXPECT_EQ(peer.error, SD_BUS_ERROR_TIMEOUT) << "a reply";
     fail("pthread_create", 0);
-    EXPECT_EQ(Peer{}.call("CPERlog", digest(record), record), 0);
+    EXPECT_EQ(peer.call("CPERlog", digest(record), record), 0);
     EXPECT_EQ(recordedWith("failed processing messages").size(), 1U);
 }
 
