@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Stands in for libFuzzer: feeds every file of the given directories to the target once.
+// Stands in for libFuzzer: feeds every file of the given directories to the target, cut off at
+// every length, in memory that ends there.
 
 #include <cstddef>
 #include <cstdint>
@@ -17,8 +18,10 @@ int main(int argc, char** argv) {
         for (const auto& entry : std::filesystem::directory_iterator{argv[i]}) {
             std::ifstream file{entry.path(), std::ios::binary};
             const std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>{file}, {}};
-            LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
-            ++replayed;
+            for (auto end = bytes.begin(); end != bytes.end(); ++replayed) {
+                const std::vector<std::uint8_t> part{bytes.begin(), ++end};
+                LLVMFuzzerTestOneInput(part.data(), part.size());
+            }
         }
     }
     std::printf("%d inputs\n", replayed);
