@@ -52,33 +52,36 @@ struct Promise {
     const char* file;
     Lines lines;
 };
-const std::string group = std::getenv("TAVRISK_BUS_GROUP");
-const Promise promises[] = {
-    {"system/tavrisk.service",
-     {"Type=dbus\nBusName=com.vorn.bmc.tavrisk\n", "Wants=run-hmc.mount\nAfter=run-hmc.mount\n",
-      "ExecStartPre=-+systemd-tmpfiles --create tavrisk.conf\n", "ExecStop=-/bin/sh -c ",
-      "Restart=always\nRestartSec=3s\n", "StartLimitIntervalSec=2min\nStartLimitBurst=5\n",
-      "User=tavrisk\nGroup=tavrisk\n", "ProtectSystem=strict\nReadWritePaths=/run/hmc -/mmc1/hmc",
-      "NoExecPaths=/run/hmc -/mmc1/hmc", "ReadOnlyPaths=/tmp /var/tmp\n", "PrivateIPC=yes\n",
-      "SystemCallErrorNumber=EPERM\n", "MemoryMax=", "TasksMax=infinity\nLimitNPROC=infinity\n",
-      "WantedBy=multi-user.target\n"}},
-    {"system/run-hmc.mount",
-     {"Before=tavrisk.service\n", "What=tmpfs\nWhere=/run/hmc\nType=tmpfs\n",
-      "Options=mode=0750,nosuid,nodev,noexec,size="}},
-    {"tmpfiles.d/tavrisk.conf",
-     {"d /run/hmc          0750 tavrisk " + group + " -\n",
-      "d /run/hmc/dump     0750 tavrisk " + group + " -\n",
-      "d /run/hmc/rawCPER  0750 tavrisk " + group + " -\n",
-      "d /mmc1/hmc         0750 tavrisk " + group + " -\n"}},
-    {"sysusers.d/tavrisk.conf", {"u tavrisk - ", "g " + group + " -\n"}},
-    {"system-services/com.vorn.bmc.tavrisk.service",
-     {"Name=com.vorn.bmc.tavrisk\n", "User=tavrisk\nSystemdService=tavrisk.service\n"}},
-};
+std::vector<Promise> promises() {
+    const std::string group{std::getenv("TAVRISK_BUS_GROUP")};
+    return {
+        {"system/tavrisk.service",
+         {"Type=dbus\nBusName=com.vorn.bmc.tavrisk\n", "Wants=run-hmc.mount\nAfter=run-hmc.mount\n",
+          "ExecStartPre=-+systemd-tmpfiles --create tavrisk.conf\n", "ExecStop=-/bin/sh -c ",
+          "Restart=always\nRestartSec=3s\n", "StartLimitIntervalSec=2min\nStartLimitBurst=5\n",
+          "User=tavrisk\nGroup=tavrisk\n",
+          "ProtectSystem=strict\nReadWritePaths=/run/hmc -/mmc1/hmc",
+          "NoExecPaths=/run/hmc -/mmc1/hmc", "ReadOnlyPaths=/tmp /var/tmp\n", "PrivateIPC=yes\n",
+          "SystemCallErrorNumber=EPERM\n", "MemoryMax=", "TasksMax=infinity\nLimitNPROC=infinity\n",
+          "WantedBy=multi-user.target\n"}},
+        {"system/run-hmc.mount",
+         {"Before=tavrisk.service\n", "What=tmpfs\nWhere=/run/hmc\nType=tmpfs\n",
+          "Options=mode=0750,nosuid,nodev,noexec,size="}},
+        {"tmpfiles.d/tavrisk.conf",
+         {"d /run/hmc          0750 tavrisk " + group + " -\n",
+          "d /run/hmc/dump     0750 tavrisk " + group + " -\n",
+          "d /run/hmc/rawCPER  0750 tavrisk " + group + " -\n",
+          "d /mmc1/hmc         0750 tavrisk " + group + " -\n"}},
+        {"sysusers.d/tavrisk.conf", {"u tavrisk - ", "g " + group + " -\n"}},
+        {"system-services/com.vorn.bmc.tavrisk.service",
+         {"Name=com.vorn.bmc.tavrisk\n", "User=tavrisk\nSystemdService=tavrisk.service\n"}},
+    };
+}
 
 void expectPromised(const fs::path& file) {
     const auto name = file.parent_path().filename() / file.filename();
     const auto content = "\n" + readFile(file);
-    for (const auto& promise : promises) {
+    for (const auto& promise : promises()) {
         for (const auto& line : promise.file == name ? promise.lines : Lines{}) {
             EXPECT_NE(content.find("\n" + line), std::string::npos) << name << ": " << line;
         }

@@ -31,7 +31,7 @@ void (*beforeLock)() = nullptr;
 // In the place of the C library's, for the libraries too.
 extern "C" {
 
-int fdatasync(int file) {
+int fdatasync(int file) { // NOLINT(*-inconsistent-declaration-parameter-name)
     ++syncs;
     return static_cast<int>(syscall(SYS_fdatasync, file));
 }
@@ -180,8 +180,9 @@ TEST_F(Mosslink, RefusesADatabaseThatIsNotItsOwnAndLeavesItAsItIs) {
     const std::vector<std::pair<std::string, int>> cases{
         {"PRAGMA user_version = 3; CREATE TABLE entries (a)", MOSSLINK_DATABASE_NEWER},
         {"CREATE TABLE entries (a)", MOSSLINK_DATABASE_DAMAGED}, // no layout of ours
-        {"PRAGMA user_version = 2; CREATE TABLE entries (a); CREATE TABLE b (b);"
-         "PRAGMA writable_schema = ON; UPDATE sqlite_schema SET rootpage = 2", // of both tables
+        {"PRAGMA user_version = 2; CREATE TABLE state (dropped, last_clear); CREATE TABLE entries"
+         " (sequence INTEGER PRIMARY KEY AUTOINCREMENT, time, message_id, severity, arguments);"
+         "PRAGMA writable_schema = ON; UPDATE sqlite_schema SET rootpage = 2", // of all tables
          MOSSLINK_DATABASE_DAMAGED},
     };
     for (const auto& [sql, result] : cases) {

@@ -149,7 +149,7 @@ TEST_F(Tavriskctl, ExplainsWithoutADaemonAndWithoutATrace) {
     writeFile("/run/longest", named(1023));
     writeFile("/run/text", "{\n \"CPER\":{},\"EventType\":\"Event\",\"Severity\":\"Warning\"}");
     writeFile("/run/hostile", "{\"EventType\":\"Event\",\"Severity\":\"OK\",\"Message\":"
-                              "\"a\\u001b[1m\u202e\u2066\",\"Resolution\":\"b\\nc\"}");
+                              "\"a\\u001b[1m\u202e\u202c\",\"Resolution\":\"b\\nc\"}");
     const std::string said = "standard input: ";
     expectAll({
         {"explain - <events/event5-above-upper-caution.json", 0,
@@ -165,7 +165,7 @@ TEST_F(Tavriskctl, ExplainsWithoutADaemonAndWithoutATrace) {
         {"explain - </run/text", 0, said + "reported as HMC0002"},
         {"explain - </run/e", 0, said + "not reported: its Severity is of the wrong type"},
         {"explain - </run/hostile", 0,
-         said + "a\\x1b[1m\\xe2\\x80\\xae\\xe2\\x81\\xa6\n  not reported: neither its Severity nor "
+         said + "a\\x1b[1m\\xe2\\x80\\xae\\xe2\\x80\\xac\n  not reported: neither its Severity nor "
                 "its MessageSeverity"
                 " is \"Critical\" or \"Warning\"\n  Resolution: b\\x0ac"},
         {"explain - <cper/memory-error-four-bytes-ahead.cper", 0,

@@ -14,8 +14,6 @@ using ::testing::AllOf;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
-using ::testing::IsEmpty;
-using ::testing::Not;
 using ::testing::StartsWith;
 
 namespace {
