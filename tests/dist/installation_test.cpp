@@ -53,7 +53,8 @@ struct Promise {
     Lines lines;
 };
 std::vector<Promise> promises() {
-    const std::string group{std::getenv("TAVRISK_BUS_GROUP")};
+    const char* const chosen = std::getenv("TAVRISK_BUS_GROUP");
+    const std::string group{chosen != nullptr ? chosen : "hmc"};
     return {
         {"system/tavrisk.service",
          {"Type=dbus\nBusName=com.vorn.bmc.tavrisk\n", "Wants=run-hmc.mount\nAfter=run-hmc.mount\n",
