@@ -82,7 +82,7 @@ TEST_P(BadSyslog, HoldsNothingUp) {
                   std::to_string(call) + R"("]})");
         const auto began = Clock::now();
         EXPECT_EQ(peer.call("Log", digest(event), event), 0);
-        EXPECT_LT(Clock::now() - began, 2s);
+        EXPECT_LT(Clock::now() - began, 5s);
     }
     EXPECT_TRUE(waitForRecorded("submit ", 6));
     EXPECT_EQ(peer.call("SaveAndClearCache"), 0);
@@ -91,7 +91,7 @@ TEST_P(BadSyslog, HoldsNothingUp) {
     for (int call = 0; call < 20; ++call) {
         EXPECT_EQ(peer.call("Log", "wrong", bytes("{}")), 1);
     }
-    EXPECT_LT(Clock::now() - began, 2s);
+    EXPECT_LT(Clock::now() - began, 5s);
     EXPECT_TRUE(waitForRecorded("nanosleep ")); // The monitor's first cycle is over.
     unstallSyslog();
     EXPECT_TRUE(eventually([&] { return toldMissing() > 0; }));
@@ -141,7 +141,7 @@ TEST_F(BoundedSyslog, LetsAChildGoThatIsForkedWhileAThreadHangs) {
     EXPECT_TRUE(eventually([&] { return handedOver() > held; }));
     const auto began = Clock::now();
     EXPECT_EQ(system_call_wait("/bin/sh", const_cast<char* const*>(command.data())), 0);
-    EXPECT_LT(Clock::now() - began, 2s);
+    EXPECT_LT(Clock::now() - began, 5s);
     unstallSyslog();
     EXPECT_TRUE(eventually([&] { return toldMissing() > 0; }));
     expectEveryLineWrittenOrCounted();
