@@ -33,6 +33,12 @@ std::string digest(const Bytes& buffer);
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& text);
 
+/** Whether `text` has something in it that `pattern`, an ECMAScript regular expression, describes;
+ *  and `text` with all of that replaced. Compiled once, in here. */
+bool has(const std::string& text, const std::string& pattern);
+std::string replaced(const std::string& text, const std::string& pattern,
+                     const std::string& by = {});
+
 /** True as soon as `condition` holds; false when it does not within a minute, or five in an
  *  emulator or under a sanitizer. */
 bool eventually(const std::function<bool()>& condition);
