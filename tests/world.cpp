@@ -121,18 +121,30 @@ std::string replaced(const std::string& text, const std::string& pattern, const 
     return std::regex_replace(text, std::regex{pattern}, by);
 }
 
-bool eventually(const std::function<bool()>& condition) {
+namespace {
+
+/** The end of the record, which `World` keeps of each test. */
+std::string recordedLast() {
+    constexpr std::size_t most = 4'000;
+    const auto record = readFile("/run/record");
+    return record.substr(record.size() - std::min(record.size(), most));
+}
+
+} // namespace
+
+testing::AssertionResult eventually(const std::function<bool()>& condition) {
     const auto deadline =
         std::chrono::steady_clock::now() + std::chrono::minutes{emulated() || sanitized() ? 5 : 1};
     useconds_t pause = 1'000;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline) {
-            return false;
+            return testing::AssertionFailure() << "waited in vain; recorded last:\n"
+                                               << recordedLast();
         }
         usleep(pause);
         pause = std::min(2 * pause, 100'000U);
     }
-    return true;
+    return testing::AssertionSuccess();
 }
 
 Process::Process(const std::vector<std::string>& arguments, const Lines& environment)
@@ -373,6 +385,7 @@ Lines World::recordedWith(const std::string& text) {
     return lines;
 }
 
-bool World::waitForRecorded(const std::string& text, std::size_t count) {
-    return eventually([&] { return recordedWith(text).size() >= count; });
+testing::AssertionResult World::waitForRecorded(const std::string& text, std::size_t count) {
+    return eventually([&] { return recordedWith(text).size() >= count; })
+           << "wanted: " << count << " x '" << text << "'";
 }

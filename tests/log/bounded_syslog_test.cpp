@@ -39,7 +39,7 @@ protected:
     std::size_t handedOver() { return recordedWith("log ").size(); }
     /** More than the socket's queue and `threads` that hang hold: some are given up for good. Looks
      * at nothing that a clock decides, so that a machine that stood still is no failure. */
-    bool stallUntilLinesAreMissing(std::size_t threads) {
+    AssertionResult stallUntilLinesAreMissing(std::size_t threads) {
         stallSyslog();
         const auto told = toldMissing();
         return eventually(

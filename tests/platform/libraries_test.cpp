@@ -77,6 +77,7 @@ TEST(Kelp, TakesTheDaemonsBlockAndRefusesEveryOther) {
         {KELP_BAD_VERSION, 3, 16, "n"},        {KELP_BAD_RESERVED, 6, 1, "n"},
         {KELP_BAD_VERSION, 14, 18, "n"},       {KELP_BAD_RESERVED, 29, 1, "n"}};
     for (const auto& [expected, word, value, name] : cases) {
+        SCOPED_TRACE(std::to_string(word) + " " + std::to_string(value) + " " + name);
         std::vector<std::uint32_t> words(4 + 26);
         std::memcpy(words.data(), std::array{name.c_str()}.data(), sizeof(void*));
         std::memcpy(&words[4], std::array{words.data()}.data(), sizeof(void*));
@@ -185,6 +186,7 @@ TEST_F(Mosslink, RefusesADatabaseThatIsNotItsOwnAndLeavesItAsItIs) {
          MOSSLINK_DATABASE_DAMAGED},
     };
     for (const auto& [sql, result] : cases) {
+        SCOPED_TRACE(sql);
         emptyDirectoryOf(zelPath);
         database().execute(sql.c_str());
         const auto before = readFile(zelPath);

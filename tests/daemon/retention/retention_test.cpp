@@ -51,6 +51,7 @@ TEST_F(ChildRunner, TellsHowTheCommandEnded) {
     const auto ignored = R"(\|log 5 349 \w+: (Performing|Waiting)[^|]*|\|sleep 1|log | 349 \w+: |)"
                          R"(PID [1-9]\d*|\\n)";
     for (const auto& [command, minutes, result, expected] : rows) {
+        SCOPED_TRACE("'" + std::string{command} + "' for " + std::to_string(minutes));
         fail("late", minutes == 5 ? 0 : 1);
         EXPECT_EQ(run(command, minutes), result);
         EXPECT_EQ(recordedWith("sleep 1").size(), minutes == 5 ? 300 : 0);
@@ -150,6 +151,7 @@ TEST_F(Retention, PolicesWithTheSettingsOfEveryCycle) {
                                           {100, 20, " 100\\n", "nanosleep 1200"},
                                           {0, 0, " 1\\n", "nanosleep 60"}});
     for (const auto& [size, interval, usedSize, sleep] : rows) {
+        SCOPED_TRACE(usedSize);
         peer.set("RetentionSizeInMB", static_cast<std::uint8_t>(size));
         peer.set("RetentionIntervalInMinutes", static_cast<std::uint8_t>(interval));
         ASSERT_TRUE(waitForRecorded("nanosleep"));

@@ -17,6 +17,7 @@ TEST_F(LoggerObject, SetsAndGetsPropertiesByName) {
         {"WUXDataLocation", "/a"},
         {"WUXDataCacheLocation", "/b"}};
     for (const auto& [name, value] : values) {
+        SCOPED_TRACE(name);
         EXPECT_NE(object.getPropertyByName(name), value);
         object.setPropertyByName(name, value);
         EXPECT_EQ(object.getPropertyByName(name), value);
