@@ -14,7 +14,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
-#include <cstdlib>
 #include <exception>
 #include <memory>
 #include <system_error>
@@ -59,24 +58,7 @@ private:
     void* handle_;
 };
 
-struct Free {
-    void operator()(char* text) const noexcept { std::free(text); }
-};
-
-struct Event {
-    std::int32_t number = 1;
-    std::uint32_t severity = severityOther;
-    std::unique_ptr<char, Free> device;
-};
-
-bool classify(std::span<const std::uint8_t> eventData, Event& event) {
-    char* device = nullptr;
-    const bool reportable = checkRedfishData(eventData, event.number, device, event.severity) != 0;
-    event.device.reset(device);
-    return reportable;
-}
-
-void report(const Event& event) {
+void report(const tavrisk::Event& event, tavrisk::Severity severity) {
     const ClientDescriptor client;
     const InitialisationBlock block{.client = &client};
     void* opened = nullptr;
@@ -86,8 +68,8 @@ void report(const Event& event) {
     }
     const StoreConnection store{opened};
 
-    if (const auto result = tavrisk_generate_event(event.number, store.handle(), event.device.get(),
-                                                   event.severity)) {
+    if (const auto result = tavrisk_generate_event(event.number, store.handle(),
+                                                   event.device.c_str(), code(severity))) {
         diag_log(8, 4, "%s : tavrisk_generate_event failed, rc = %d \n", logName, result);
     }
 }
@@ -97,12 +79,11 @@ void report(const Event& event) {
 void zel_wux_fault_logging_thread(std::vector<std::uint8_t> eventData) {
     pthread_setname_np(pthread_self(), "tavrisk-worker"); // The unit waits for it at a stop.
     try {
-        Event event;
-        const bool reportable = classify(eventData, event);
+        const auto verdict = tavrisk::classify(eventData);
         // Reporting may take long, and many workers may be at it: none keeps its record meanwhile.
         std::vector<std::uint8_t>{}.swap(eventData);
-        if (reportable) {
-            report(event);
+        if (verdict.event) {
+            report(*verdict.event, *verdict.severity);
         }
     } catch (const std::exception& e) {
         // One event is lost for want of memory; the daemon is not.
