@@ -8,7 +8,6 @@
 #include "records/cper_parser.hpp"
 
 #include <json/value.h>
-#include <json/writer.h>
 
 namespace {
 
@@ -41,12 +40,13 @@ int createLogServiceEntry(std::vector<std::uint8_t> logDataBuffer, std::string v
                                            summary["Timestamp"].asString());
     diag_log(8, 7, "%s: Attempt data write to file: %s", logName, path.c_str());
     // Only an exception ends it here: without a file the event still goes on.
-    if (tavrisk::writeDataFile(logName, path, logDataBuffer) == -1) {
-        return -1;
+    const auto kept = tavrisk::writeDataFile(logName, path, logDataBuffer);
+    if (kept == tavrisk::Kept::failed) {
+        return static_cast<int>(kept);
     }
 
     diag_log(8, 7, "%s: Convert JSON to byte stream of JSON", logName);
-    const std::string json = Json::FastWriter{}.write(summary);
+    const auto json = tavrisk::cperEventRecord(summary);
     diag_log(8, 7, "%s:j.dump(summary) %s", logName, json.c_str());
     logReceived(summary["MessageSeverity"], json);
 

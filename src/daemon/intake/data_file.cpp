@@ -10,26 +10,28 @@
 #include <exception>
 #include <utility>
 
+using tavrisk::Kept;
+
 int SaveData(const std::string& validationString, const std::vector<std::uint8_t>& logDataBuffer) {
     if (validationString.empty()) {
-        return -1;
+        return static_cast<int>(Kept::failed);
     }
-    return tavrisk::writeDataFile(
-        __func__, tavrisk::dataRoot + (tavrisk::dumpDirectory + validationString), logDataBuffer);
+    const auto path = tavrisk::dataRoot + (tavrisk::dumpDirectory + validationString);
+    return static_cast<int>(tavrisk::writeDataFile(__func__, path, logDataBuffer));
 }
 
 int tavrisk_daemon_thread(std::vector<std::uint8_t> logDataBuffer, std::string validationString) {
     const auto path =
         tavrisk::dataRoot + std::move(validationString) + "." + std::to_string(time(nullptr));
-    const int result = tavrisk::writeDataFile(__func__, path, logDataBuffer);
-    if (result == -1) {
-        return result;
+    const auto kept = tavrisk::writeDataFile(__func__, path, logDataBuffer);
+    if (kept == Kept::failed) {
+        return static_cast<int>(kept);
     }
     try {
         startWorker(std::move(logDataBuffer));
     } catch (const std::exception& e) {
         diag_log(8, 4, "%s: Failed starting worker thread: %s", __func__, e.what());
-        return -1;
+        return static_cast<int>(Kept::failed);
     }
-    return result;
+    return static_cast<int>(kept);
 }

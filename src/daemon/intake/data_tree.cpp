@@ -13,23 +13,23 @@ namespace {
 
 constexpr mode_t dataFileMode = 0774;
 
-int createDataFile(const char* logName, const std::string& path,
-                   std::span<const std::uint8_t> bytes) {
+Kept createDataFile(const char* logName, const std::string& path,
+                    std::span<const std::uint8_t> bytes) {
     std::ofstream file;
     // Without a buffer a full file system fails the write, not a close that nobody looks at.
     file.rdbuf()->pubsetbuf(nullptr, 0);
     file.open(path, std::ios::out | std::ios::trunc | std::ios::binary);
     if (!file.is_open()) {
         diag_log(8, 4, "%s: Failed opening data file: %s", logName, path.c_str());
-        return -2;
+        return Kept::notOpened;
     }
 
-    int result = 0;
+    Kept result = Kept::yes;
     file.write(reinterpret_cast<const char*>(bytes.data()),
                static_cast<std::streamsize>(bytes.size()));
     if (!file.good()) {
         diag_log(8, 4, "%s: Failed writing data file: %s", logName, path.c_str());
-        result = -3;
+        result = Kept::notWritten;
     }
     file.close();
     chmod(path.c_str(), dataFileMode);
@@ -38,13 +38,13 @@ int createDataFile(const char* logName, const std::string& path,
 
 } // namespace
 
-int writeDataFile(const char* logName, const std::string& path,
-                  std::span<const std::uint8_t> bytes) {
+Kept writeDataFile(const char* logName, const std::string& path,
+                   std::span<const std::uint8_t> bytes) {
     try {
         return createDataFile(logName, path, bytes);
     } catch (const std::exception&) {
         diag_log(8, 4, "%s: Failed writing data file: %s", logName, path.c_str());
-        return -1;
+        return Kept::failed;
     }
 }
 

@@ -7,14 +7,17 @@
 
 namespace tavrisk {
 
-/**
- * Creates or replaces the file with exactly these bytes and gives it mode 0774. `logName` stands in
- * the warnings.
- *
- * Returns 0 when written, -1 for an exception, -2 when the file could not be opened and -3 when the
- * write failed.
- */
-int writeDataFile(const char* logName, const std::string& path,
-                  std::span<const std::uint8_t> bytes);
+/** What became of data that was to be kept, as the intake's functions return it. */
+enum class Kept : int {
+    yes = 0,
+    failed = -1, // No name, or an exception.
+    notOpened = -2,
+    notWritten = -3
+};
+
+/** Creates or replaces the file with exactly these bytes and gives it mode 0774. `logName` stands
+ * in the warnings. */
+Kept writeDataFile(const char* logName, const std::string& path,
+                   std::span<const std::uint8_t> bytes);
 
 } // namespace tavrisk
