@@ -2,7 +2,7 @@
 #include "daemon/events/worker.hpp"
 
 #include "contract/platform/kelp.h"
-#include "daemon/events/generate_event.hpp"
+#include "daemon/events/submission.hpp"
 #include "daemon/threads/thread.hpp"
 #include "log/diag_log.hpp"
 #include "records/classifier.hpp"

@@ -3,7 +3,7 @@
 
 #include "contract/places.hpp"
 #include "daemon/events/worker.hpp"
-#include "daemon/intake/data_tree.hpp"
+#include "daemon/intake/data_file.hpp"
 #include "log/diag_log.hpp"
 #include "records/cper_parser.hpp"
 

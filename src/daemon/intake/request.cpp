@@ -2,7 +2,7 @@
 #include "daemon/intake/request.hpp"
 
 #include "daemon/intake/cper_record.hpp"
-#include "daemon/intake/data_file.hpp"
+#include "daemon/intake/event_record.hpp"
 #include "log/diag_log.hpp"
 #include "records/digest.hpp"
 

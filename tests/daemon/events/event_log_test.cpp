@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "daemon/events/generate_event.hpp"
-#include "daemon/events/raise_event.hpp"
+#include "daemon/events/submission.hpp"
 #include "daemon/events/worker.hpp"
 #include "log/diag_log.hpp"
 #include "tests/world.hpp"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "daemon/events/raise_event.hpp"
+#include "daemon/events/submission.hpp"
 
 #include "contract/platform/mosslink.h"
 #include "log/diag_log.hpp"
@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <span>
+#include <utility>
 
 namespace {
 
@@ -21,7 +23,7 @@ using OwnedText = std::unique_ptr<char, Free>;
 class ArgumentCopies {
 public:
     /** False when an allocation failed; the copies are then incomplete. */
-    bool make(const std::vector<std::string>& arguments) {
+    bool make(std::span<const std::string> arguments) {
         for (const auto& argument : arguments) {
             const auto size = argument.size() + 1;
             OwnedText copy{static_cast<char*>(std::malloc(size))};
@@ -59,14 +61,22 @@ private:
     void* list_;
 };
 
-using tavrisk::messageArgumentsCapacity;
 constexpr std::uint16_t messageArgumentsTag = 6;
 
+struct Submission {
+    const char* messageId;
+    std::span<const std::string> arguments;
+    std::uint16_t severity;
+};
+
 /** Packs the arguments, wraps them in a TLV list and submits that; 0 or the failed call's code. */
-std::int32_t submit(const std::string& messageId, ArgumentCopies& arguments,
-                    std::uint32_t severity) {
-    std::array<char, messageArgumentsCapacity> buffer{};
-    std::uint32_t length = messageArgumentsCapacity;
+std::int32_t submit(const Submission& submission) {
+    ArgumentCopies arguments;
+    if (!arguments.make(submission.arguments)) {
+        return 0; // Want of memory is deliberately not reported.
+    }
+    std::array<char, tavrisk::messageArgumentsCapacity> buffer{};
+    std::uint32_t length = buffer.size();
     if (const auto status = MOSSLINKBuildMsgArgsBuffer(arguments.data(), arguments.size(),
                                                        buffer.data(), &length)) {
         diag_log(8, 4, "MOSSLINKBuildMsgArgsBuffer returned [%d]", status);
@@ -87,32 +97,67 @@ std::int32_t submit(const std::string& messageId, ArgumentCopies& arguments,
         return status;
     }
 
-    // The first two values are the library's own.
-    const auto status = MOSSLINKSubmitEvent(66, 1, static_cast<std::uint16_t>(severity),
-                                            messageId.c_str(), nullptr, nullptr, list.get());
+    // What 66 and 1 mean is the library's business.
+    const auto status = MOSSLINKSubmitEvent(66, 1, submission.severity, submission.messageId,
+                                            nullptr, nullptr, list.get());
     if (status == 0) {
         diag_log(8, 7, "ZEL event submitted successfully");
     } else {
-        // At debug level, unlike the failures above; the caller's warning names the event.
+        // At debug level, unlike the failures above: the warning that names the event follows.
         diag_log(8, 7, "Failed to log ZEL event [%d]", status);
     }
     return status;
 }
 
+constexpr auto logName = "tavrisk_generate_event";
+
+void report(const tavrisk::CatalogueMessage& message, const char* device,
+            const std::vector<std::string>& arguments, std::uint32_t severity) {
+    const auto status = tavrisk_raise_event(message.messageId, message.text, arguments, severity);
+    if (status != 0) {
+        // The leading blank is part of the message.
+        diag_log(8, 4, " %s: Failed to log OSKA Message %d (rc = %d)\n", logName, message.event,
+                 status);
+    }
+    diag_log(8, 7, message.text, device);
+}
+
 } // namespace
+
+std::int32_t tavrisk_generate_event(std::int32_t event, void* /*handle*/, const char* device,
+                                    std::uint32_t severity) {
+    diag_log(8, 7, "%s(): entering.\n", logName);
+    if (device == nullptr) {
+        diag_log(8, 4, "%s: Invalid device name: %s\n", logName, "(null)");
+        return -1;
+    }
+
+    const std::vector<std::string> arguments{device};
+    if (const auto* message = tavrisk::findMessage(event)) {
+        report(*message, device, arguments, severity);
+    } else {
+        diag_log(8, 2, "TAVRISK:Not reporting unknown event to OSKA\n");
+    }
+
+    const auto status = tavrisk_post_event_hook(arguments, severity);
+    diag_log(8, 7, "Event logged for event = %d , rc = %d\n", event, status);
+    return status;
+}
+
+std::int32_t tavrisk_post_event_hook(const std::vector<std::string>& /*arguments*/,
+                                     std::uint32_t /*severity*/) {
+    return 0;
+}
 
 std::int32_t tavrisk_raise_event(const std::string& messageId, const std::string& /*messageText*/,
                                  const std::vector<std::string>& arguments,
                                  std::uint32_t severity) {
+    constexpr std::int32_t nothingToSay = -2;
     diag_log(8, 7, "Log the event.\n");
-
-    std::int32_t status = -2;
-    if (!arguments.empty()) {
-        ArgumentCopies copies;
-        // Running out of memory here is deliberately not reported.
-        status = copies.make(arguments) ? submit(messageId, copies, severity) : 0;
-    }
-
+    const auto status =
+        arguments.empty()
+            ? nothingToSay
+            : submit({messageId.c_str(), arguments, static_cast<std::uint16_t>(severity)});
     if (status != 0) {
         diag_log(8, 7, "Event raise failed: [%s], status: [%d]", messageId.c_str(), status);
     } else {
