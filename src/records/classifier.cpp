@@ -99,17 +99,17 @@ std::string deviceName(const Json::Value& record, std::string_view messageId) {
 /** Fills the verdict in as it is reached. What raises on the way leaves it with the severity that
  * is known by then. */
 void judge(const Json::Value& record, Verdict& verdict) {
-    diag_log(8, 7, "%s:  parsing JSON", logName);
+    diag_log(LOG_USER, LOG_DEBUG, "%s:  parsing JSON", logName);
     verdict.severity = Severity::other;
     if (const char* why = whyNotReportable(record)) {
         verdict.reason = why;
         return;
     }
-    diag_log(8, 7, "%s: Entry parsing JSON", logName);
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Entry parsing JSON", logName);
 
     const bool critical = isCritical(record);
     if (critical) {
-        diag_log(8, 7, "%s: Critical parsing JSON", logName);
+        diag_log(LOG_USER, LOG_DEBUG, "%s: Critical parsing JSON", logName);
     }
     verdict.severity = critical ? Severity::critical : Severity::warning;
     const auto messageId = text(record, "MessageId");
@@ -152,7 +152,7 @@ Verdict classify(std::span<const std::uint8_t> record) {
             verdict.reason = e.what();
         }
     }
-    diag_log(8, 4, "%s: Failed parsing JSON", logName);
+    diag_log(LOG_USER, LOG_WARNING, "%s: Failed parsing JSON", logName);
     return verdict;
 }
 

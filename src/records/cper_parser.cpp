@@ -55,12 +55,13 @@ std::string hexText(Bytes bytes) {
  *  begins four bytes later; that there is no second look for it there is on purpose. */
 Bytes findBase(Bytes record) {
     const auto signature = rawText(record.first(signatureSize));
-    diag_log(8, 7, "%s: %x %x %x %x", logName, unsigned{record[0]}, unsigned{record[1]},
-             unsigned{record[2]}, unsigned{record[3]});
+    diag_log(LOG_USER, LOG_DEBUG, "%s: %x %x %x %x", logName, unsigned{record[0]},
+             unsigned{record[1]}, unsigned{record[2]}, unsigned{record[3]});
     if (signature == "CPER") {
         return record;
     }
-    diag_log(8, 7, "%s: CPER signature %sassumed to be 4 bytes later", logName, signature.c_str());
+    diag_log(LOG_USER, LOG_DEBUG, "%s: CPER signature %sassumed to be 4 bytes later", logName,
+             signature.c_str());
     return record.subspan(leadingBytes);
 }
 
@@ -68,7 +69,7 @@ void logHeader(Header header) {
     const auto revision = rawText(field<4, 2>(header));
     const auto sectionCount = rawText(field<10, 2>(header));
     const auto signature = rawText(field<0, signatureSize>(header));
-    diag_log(8, 7, "%s: Parsing data R %s,sc %s, sig %s", logName, revision.c_str(),
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Parsing data R %s,sc %s, sig %s", logName, revision.c_str(),
              sectionCount.c_str(), signature.c_str());
 }
 
@@ -87,7 +88,7 @@ bool isRecognised(const std::string& sectionType) {
 void summariseSection(const CperSectionDescriptor& descriptor, std::int32_t count,
                       Json::Value& summary) {
     const auto type = hexText(descriptor.sectionType);
-    diag_log(8, 7, "%s: Prsing data offset %d, len %d ,sc %d, temp %s", logName,
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Prsing data offset %d, len %d ,sc %d, temp %s", logName,
              descriptor.sectionOffset, descriptor.sectionLength, count, type.c_str());
     if (!isRecognised(type)) {
         return;

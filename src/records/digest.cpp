@@ -32,12 +32,12 @@ bool begin(const Context& context) {
 }
 
 bool computeSha512(std::span<const std::uint8_t> bytes, Digest& digest) {
-    diag_log(8, 7, "%s: Message: %s", logName, "512 INIT");
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Message: %s", logName, "512 INIT");
     const Context context{EVP_MD_CTX_new()};
     bool good = begin(context);
-    diag_log(8, 7, "%s: Message: %s", logName, "512 UPDATE");
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Message: %s", logName, "512 UPDATE");
     good = good && EVP_DigestUpdate(context.get(), bytes.data(), bytes.size()) == 1;
-    diag_log(8, 7, "%s: Message: %s", logName, "512 FINAL");
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Message: %s", logName, "512 FINAL");
     return good && EVP_DigestFinal_ex(context.get(), digest.data(), nullptr) == 1;
 }
 
@@ -51,7 +51,7 @@ std::string toText(const Digest& digest) {
 }
 
 void logWantOfMemory() {
-    diag_log(8, 4, "%s: Failed to allocate memory", logName);
+    diag_log(LOG_USER, LOG_WARNING, "%s: Failed to allocate memory", logName);
 }
 
 } // namespace
@@ -62,18 +62,18 @@ void tavrisk::prepareDigests() {
 
 std::optional<std::string> tavrisk::sha512Text(std::span<const std::uint8_t> bytes) {
     if (bytes.empty()) {
-        diag_log(8, 4, "%s: Invalid parameters", logName);
+        diag_log(LOG_USER, LOG_WARNING, "%s: Invalid parameters", logName);
         return std::nullopt;
     }
     Digest digest{};
     if (!computeSha512(bytes, digest)) {
-        diag_log(8, 4, "%s: Failed to compute hash", logName);
+        diag_log(LOG_USER, LOG_WARNING, "%s: Failed to compute hash", logName);
         return std::nullopt;
     }
-    diag_log(8, 7, "%s: SignIt: (%s)", logName, "Memcpy");
+    diag_log(LOG_USER, LOG_DEBUG, "%s: SignIt: (%s)", logName, "Memcpy");
     try {
         auto text = toText(digest);
-        diag_log(8, 7, "%s: SignIt: (%s): (%s)", logName, "Done", text.c_str());
+        diag_log(LOG_USER, LOG_DEBUG, "%s: SignIt: (%s): (%s)", logName, "Done", text.c_str());
         return text;
     } catch (const std::bad_alloc&) {
         logWantOfMemory();
@@ -85,16 +85,17 @@ int validateBuffer(const std::string& validationString,
                    const std::vector<std::uint8_t>& logDataBuffer) {
     const auto digestText = tavrisk::sha512Text(logDataBuffer);
     if (!digestText) {
-        diag_log(8, 4, "%s: Failed to generate hash: %s", __func__, std::strerror(errno));
+        diag_log(LOG_USER, LOG_WARNING, "%s: Failed to generate hash: %s", __func__,
+                 std::strerror(errno));
         return -1;
     }
 
-    diag_log(8, 7, "%s: bufferh: %s", __func__, validationString.c_str());
-    diag_log(8, 7, "%s: calculated hash  %s", __func__, digestText->c_str());
+    diag_log(LOG_USER, LOG_DEBUG, "%s: bufferh: %s", __func__, validationString.c_str());
+    diag_log(LOG_USER, LOG_DEBUG, "%s: calculated hash  %s", __func__, digestText->c_str());
     if (std::strncmp(validationString.c_str(), digestText->c_str(), digestTextLength) != 0) {
         return -1;
     }
-    diag_log(8, 7, "%s: Hashes match", __func__);
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Hashes match", __func__);
     return 0;
 }
 

@@ -79,21 +79,21 @@ std::int32_t submit(const Submission& submission) {
     std::uint32_t length = buffer.size();
     if (const auto status = MOSSLINKBuildMsgArgsBuffer(arguments.data(), arguments.size(),
                                                        buffer.data(), &length)) {
-        diag_log(8, 4, "MOSSLINKBuildMsgArgsBuffer returned [%d]", status);
+        diag_log(LOG_USER, LOG_WARNING, "MOSSLINKBuildMsgArgsBuffer returned [%d]", status);
         return status;
     }
 
     void* created = nullptr;
     if (const auto status = MOSSLINKCreateTLVList(&created)) {
         // The call's name is deliberately shortened here.
-        diag_log(8, 4, "APCreateTLVList returned [%d]", status);
+        diag_log(LOG_USER, LOG_WARNING, "APCreateTLVList returned [%d]", status);
         return status;
     }
     const TLVList list{created};
 
     if (const auto status = MOSSLINKAddTLVToList(
             messageArgumentsTag, static_cast<std::uint16_t>(length), buffer.data(), list.get())) {
-        diag_log(8, 4, "MOSSLINKAddTLVToList returned [%d]", status);
+        diag_log(LOG_USER, LOG_WARNING, "MOSSLINKAddTLVToList returned [%d]", status);
         return status;
     }
 
@@ -101,10 +101,10 @@ std::int32_t submit(const Submission& submission) {
     const auto status = MOSSLINKSubmitEvent(66, 1, submission.severity, submission.messageId,
                                             nullptr, nullptr, list.get());
     if (status == 0) {
-        diag_log(8, 7, "ZEL event submitted successfully");
+        diag_log(LOG_USER, LOG_DEBUG, "ZEL event submitted successfully");
     } else {
         // At debug level, unlike the failures above: the warning that names the event follows.
-        diag_log(8, 7, "Failed to log ZEL event [%d]", status);
+        diag_log(LOG_USER, LOG_DEBUG, "Failed to log ZEL event [%d]", status);
     }
     return status;
 }
@@ -116,19 +116,19 @@ void report(const tavrisk::CatalogueMessage& message, const char* device,
     const auto status = tavrisk_raise_event(message.messageId, message.text, arguments, severity);
     if (status != 0) {
         // The leading blank is part of the message.
-        diag_log(8, 4, " %s: Failed to log OSKA Message %d (rc = %d)\n", logName, message.event,
-                 status);
+        diag_log(LOG_USER, LOG_WARNING, " %s: Failed to log OSKA Message %d (rc = %d)\n", logName,
+                 message.event, status);
     }
-    diag_log(8, 7, message.text, device);
+    diag_log(LOG_USER, LOG_DEBUG, message.text, device);
 }
 
 } // namespace
 
 std::int32_t tavrisk_generate_event(std::int32_t event, void* /*handle*/, const char* device,
                                     std::uint32_t severity) {
-    diag_log(8, 7, "%s(): entering.\n", logName);
+    diag_log(LOG_USER, LOG_DEBUG, "%s(): entering.\n", logName);
     if (device == nullptr) {
-        diag_log(8, 4, "%s: Invalid device name: %s\n", logName, "(null)");
+        diag_log(LOG_USER, LOG_WARNING, "%s: Invalid device name: %s\n", logName, "(null)");
         return -1;
     }
 
@@ -136,11 +136,11 @@ std::int32_t tavrisk_generate_event(std::int32_t event, void* /*handle*/, const 
     if (const auto* message = tavrisk::findMessage(event)) {
         report(*message, device, arguments, severity);
     } else {
-        diag_log(8, 2, "TAVRISK:Not reporting unknown event to OSKA\n");
+        diag_log(LOG_USER, LOG_CRIT, "TAVRISK:Not reporting unknown event to OSKA\n");
     }
 
     const auto status = tavrisk_post_event_hook(arguments, severity);
-    diag_log(8, 7, "Event logged for event = %d , rc = %d\n", event, status);
+    diag_log(LOG_USER, LOG_DEBUG, "Event logged for event = %d , rc = %d\n", event, status);
     return status;
 }
 
@@ -153,27 +153,29 @@ std::int32_t tavrisk_raise_event(const std::string& messageId, const std::string
                                  const std::vector<std::string>& arguments,
                                  std::uint32_t severity) {
     constexpr std::int32_t nothingToSay = -2;
-    diag_log(8, 7, "Log the event.\n");
+    diag_log(LOG_USER, LOG_DEBUG, "Log the event.\n");
     const auto status =
         arguments.empty()
             ? nothingToSay
             : submit({messageId.c_str(), arguments, static_cast<std::uint16_t>(severity)});
     if (status != 0) {
-        diag_log(8, 7, "Event raise failed: [%s], status: [%d]", messageId.c_str(), status);
+        diag_log(LOG_USER, LOG_DEBUG, "Event raise failed: [%s], status: [%d]", messageId.c_str(),
+                 status);
     } else {
-        diag_log(8, 7, "Event raise successfully: [%s], status: [%d]", messageId.c_str(), status);
+        diag_log(LOG_USER, LOG_DEBUG, "Event raise successfully: [%s], status: [%d]",
+                 messageId.c_str(), status);
     }
     return status;
 }
 
 void tavrisk_mchars_callback(const char* text, std::int32_t status, void* clientOpaqueData,
                              void* userData) {
-    diag_log(8, 7, "%s(): entering.\n", __func__);
+    diag_log(LOG_USER, LOG_DEBUG, "%s(): entering.\n", __func__);
     if (userData != nullptr) {
-        diag_log(8, 4,
+        diag_log(LOG_USER, LOG_WARNING,
                  "[%s]: mchars callback function for %s - status %d cli_opq_data = %p "
                  "user_data = %p\n",
                  __func__, text, status, clientOpaqueData, userData);
     }
-    diag_log(8, 7, "%s(): exiting.\n", __func__);
+    diag_log(LOG_USER, LOG_DEBUG, "%s(): exiting.\n", __func__);
 }

@@ -63,14 +63,16 @@ void report(const tavrisk::Event& event, tavrisk::Severity severity) {
     const InitialisationBlock block{.client = &client};
     void* opened = nullptr;
     if (const auto result = kelpc_initialize(&opened, &block)) {
-        diag_log(8, 4, "%s : kelpc_initialize failed, rc = %d \n", logName, result);
+        diag_log(LOG_USER, LOG_WARNING, "%s : kelpc_initialize failed, rc = %d \n", logName,
+                 result);
         return;
     }
     const StoreConnection store{opened};
 
     if (const auto result = tavrisk_generate_event(event.number, store.handle(),
                                                    event.device.c_str(), code(severity))) {
-        diag_log(8, 4, "%s : tavrisk_generate_event failed, rc = %d \n", logName, result);
+        diag_log(LOG_USER, LOG_WARNING, "%s : tavrisk_generate_event failed, rc = %d \n", logName,
+                 result);
     }
 }
 
@@ -87,7 +89,7 @@ void zel_wux_fault_logging_thread(std::vector<std::uint8_t> eventData) {
         }
     } catch (const std::exception& e) {
         // One event is lost for want of memory; the daemon is not.
-        diag_log(8, 4, "%s : event dropped: %s\n", logName, e.what());
+        diag_log(LOG_USER, LOG_WARNING, "%s : event dropped: %s\n", logName, e.what());
     }
 }
 

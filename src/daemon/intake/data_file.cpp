@@ -21,7 +21,7 @@ Kept createDataFile(const char* logName, const std::string& path,
     file.rdbuf()->pubsetbuf(nullptr, 0);
     file.open(path, std::ios::out | std::ios::trunc | std::ios::binary);
     if (!file.is_open()) {
-        diag_log(8, 4, "%s: Failed opening data file: %s", logName, path.c_str());
+        diag_log(LOG_USER, LOG_WARNING, "%s: Failed opening data file: %s", logName, path.c_str());
         return Kept::notOpened;
     }
 
@@ -29,7 +29,7 @@ Kept createDataFile(const char* logName, const std::string& path,
     file.write(reinterpret_cast<const char*>(bytes.data()),
                static_cast<std::streamsize>(bytes.size()));
     if (!file.good()) {
-        diag_log(8, 4, "%s: Failed writing data file: %s", logName, path.c_str());
+        diag_log(LOG_USER, LOG_WARNING, "%s: Failed writing data file: %s", logName, path.c_str());
         result = Kept::notWritten;
     }
     file.close();
@@ -44,7 +44,7 @@ Kept writeDataFile(const char* logName, const std::string& path,
     try {
         return createDataFile(logName, path, bytes);
     } catch (const std::exception&) {
-        diag_log(8, 4, "%s: Failed writing data file: %s", logName, path.c_str());
+        diag_log(LOG_USER, LOG_WARNING, "%s: Failed writing data file: %s", logName, path.c_str());
         return Kept::failed;
     }
 }

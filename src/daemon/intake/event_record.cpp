@@ -22,7 +22,8 @@ int tavrisk_daemon_thread(std::vector<std::uint8_t> logDataBuffer, std::string v
     try {
         startWorker(std::move(logDataBuffer));
     } catch (const std::exception& e) {
-        diag_log(8, 4, "%s: Failed starting worker thread: %s", __func__, e.what());
+        diag_log(LOG_USER, LOG_WARNING, "%s: Failed starting worker thread: %s", __func__,
+                 e.what());
         return static_cast<int>(Kept::failed);
     }
     return static_cast<int>(kept);

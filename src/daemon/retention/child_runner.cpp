@@ -23,17 +23,19 @@ constexpr unsigned secondsPerMinute = 60;
 
 [[noreturn]] void performWithTimeout(const char* path, char* const* arguments) {
     tavrisk::enterChild();
-    diag_log(8, 7, "%s: Performing %s %s %s\n", timeoutName, path, arguments[1], arguments[2]);
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Performing %s %s %s\n", timeoutName, path, arguments[1],
+             arguments[2]);
     const int result = tavrisk::becomeCommand(path, arguments);
-    diag_log(8, 7, "%s: Exec return %d\n", timeoutName, result);
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Exec return %d\n", timeoutName, result);
     _exit(-1);
 }
 
 [[noreturn]] void performWithWait(const char* path, char* const* arguments) {
     tavrisk::enterChild();
-    diag_log(8, 7, "%s: Performing %s %s %s", waitName, path, arguments[1], arguments[2]);
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Performing %s %s %s", waitName, path, arguments[1],
+             arguments[2]);
     const int result = tavrisk::becomeCommand(path, arguments);
-    diag_log(8, 7, "%s: Exec return: %d %d", waitName, errno, result);
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Exec return: %d %d", waitName, errno, result);
     _exit(-2);
 }
 
@@ -125,11 +127,11 @@ int system_call_timeout(const char* path, char* const* arguments, std::uint32_t 
         performWithTimeout(path, arguments);
     }
     if (child < 0) {
-        diag_log(8, 7, "%s: Returning FAILURE\n", timeoutName);
+        diag_log(LOG_USER, LOG_DEBUG, "%s: Returning FAILURE\n", timeoutName);
         return -1;
     }
     setpgid(child, child); // Here and in the child: whoever comes first.
-    diag_log(8, 7, "%s: Waiting for Child to exit\n", timeoutName);
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Waiting for Child to exit\n", timeoutName);
 
     int status = 0;
     pid_t reported = 0;
@@ -140,21 +142,21 @@ int system_call_timeout(const char* path, char* const* arguments, std::uint32_t 
         }
         sleep(1);
     } while (--budget != 0); // From 0 it wraps: no limit.
-    diag_log(8, 7, "%s: PID %d - STATUS %x -EXIT STATUS %d\n", timeoutName, reported,
+    diag_log(LOG_USER, LOG_DEBUG, "%s: PID %d - STATUS %x -EXIT STATUS %d\n", timeoutName, reported,
              static_cast<unsigned>(status), (status >> 8) & 0xff);
 
     const Outcome outcome = judge(reported, status, budget);
     if (outcome == Outcome::failureWithKill) {
-        diag_log(8, 7, "%s: Killing PID %d\n", timeoutName, child);
+        diag_log(LOG_USER, LOG_DEBUG, "%s: Killing PID %d\n", timeoutName, child);
     }
     if (outcome != Outcome::failure && reported <= 0) {
         endCommand(child);
     }
     if (outcome == Outcome::success) {
-        diag_log(8, 7, "%s: Returning SUCCESS\n", timeoutName);
+        diag_log(LOG_USER, LOG_DEBUG, "%s: Returning SUCCESS\n", timeoutName);
         return 0;
     }
-    diag_log(8, 7, "%s: Returning FAILURE\n", timeoutName);
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Returning FAILURE\n", timeoutName);
     return -1;
 }
 
@@ -164,15 +166,16 @@ int system_call_wait(const char* path, char* const* arguments) {
         performWithWait(path, arguments);
     }
     if (child > 0) {
-        diag_log(8, 7, "%s: Waiting for Child to exit", waitName);
+        diag_log(LOG_USER, LOG_DEBUG, "%s: Waiting for Child to exit", waitName);
         int status = 0;
         const pid_t reported = waitpid(child, &status, 0);
-        diag_log(8, 7, "%s: PID %d - STATUS %x", waitName, reported, static_cast<unsigned>(status));
+        diag_log(LOG_USER, LOG_DEBUG, "%s: PID %d - STATUS %x", waitName, reported,
+                 static_cast<unsigned>(status));
         if (reported != -1 && isCleanExit(status)) {
             return 0;
         }
     }
-    diag_log(8, 4, "%s: Returning FAILURE", waitName);
+    diag_log(LOG_USER, LOG_WARNING, "%s: Returning FAILURE", waitName);
     return -1;
 }
 
