@@ -39,13 +39,9 @@ constexpr unsigned secondsPerMinute = 60;
     _exit(-2);
 }
 
-/** A normal exit, whatever its code; also the status of a child that nothing is known of yet. */
-bool isNormalExit(int status) {
-    return (status & 0x7f) == 0;
-}
-
+/** Also of a child that nothing is known of yet, whose status is 0. */
 bool isCleanExit(int status) {
-    return (status & 0xff7f) == 0;
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 enum class Outcome { success, failure, failureWithKill };
@@ -56,7 +52,7 @@ Outcome judge(pid_t reported, int status, std::uint32_t budget) {
     if (reported != -1 && isCleanExit(status)) {
         return Outcome::success;
     }
-    return budget != 0 && isNormalExit(status) ? Outcome::failure : Outcome::failureWithKill;
+    return budget != 0 && WIFEXITED(status) ? Outcome::failure : Outcome::failureWithKill;
 }
 
 /** What can be seen of a child without reaping it. As long as it is not reaped, its number, and the
@@ -143,7 +139,7 @@ int system_call_timeout(const char* path, char* const* arguments, std::uint32_t 
         sleep(1);
     } while (--budget != 0); // From 0 it wraps: no limit.
     diag_log(LOG_USER, LOG_DEBUG, "%s: PID %d - STATUS %x -EXIT STATUS %d\n", timeoutName, reported,
-             static_cast<unsigned>(status), (status >> 8) & 0xff);
+             static_cast<unsigned>(status), WEXITSTATUS(status));
 
     const Outcome outcome = judge(reported, status, budget);
     if (outcome == Outcome::failureWithKill) {
