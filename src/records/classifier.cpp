@@ -96,8 +96,8 @@ std::string deviceName(const Json::Value& record, std::string_view messageId) {
                : readText("MessageArgs", [&] { return record["MessageArgs"][0].asString(); });
 }
 
-/** Fills the verdict in as it is reached. What raises on the way leaves it with the severity that
- * is known by then. */
+/** Fills the verdict in step by step: when a member of the wrong type raises, the severity that is
+ *  known by then stays in it. */
 void judge(const Json::Value& record, Verdict& verdict) {
     diag_log(LOG_USER, LOG_DEBUG, "%s:  parsing JSON", logName);
     verdict.severity = Severity::other;
@@ -120,16 +120,17 @@ void judge(const Json::Value& record, Verdict& verdict) {
 
 /** Makes a tree of the text that is known to be JSON, nested no deeper than jsoncpp accepts. */
 Json::Value parse(const std::string& json) {
-    // Comments are accepted, but kept for nobody: a record of nothing else would be copied.
+    // Comments are accepted but not collected: jsoncpp would copy all of a record that is nothing
+    // else.
     constexpr bool collectComments = false;
     Json::Reader reader;
     Json::Value root;
     try {
         if (!reader.parse(json.data(), json.data() + json.size(), root, collectComments)) {
-            // A stream that reads a number keeps want of memory to itself.
+            // jsoncpp reads some numbers from a stream, which turns want of memory into bad input.
             throw std::bad_alloc{};
         }
-    } catch (const Json::RuntimeError&) { // As jsoncpp calls want of memory for a text.
+    } catch (const Json::RuntimeError&) { // What jsoncpp raises without memory for a text.
         throw std::bad_alloc{};
     }
     return root;

@@ -51,8 +51,8 @@ std::string hexText(Bytes bytes) {
     return bytesToHex(bytes.data(), bytes.size());
 }
 
-/** The bytes from the record's base on. Bytes without the signature are taken for a record that
- *  begins four bytes later; that there is no second look for it there is on purpose. */
+/** The bytes from the record's base on. Bytes that do not begin with the signature are taken for a
+ *  record that begins four bytes later; on purpose, no signature is looked for there. */
 Bytes findBase(Bytes record) {
     const auto signature = rawText(record.first(signatureSize));
     diag_log(LOG_USER, LOG_DEBUG, "%s: %x %x %x %x", logName, unsigned{record[0]},
@@ -106,8 +106,8 @@ void summariseSections(std::int32_t count, Json::Value& summary) {
     summary["SectionType"] = hexToGuidText(knownSectionTypes[0]);
     summary["MessageSeverity"] = "OK";
     if (count >= 1) {
-        // The record's own descriptors are deliberately not loaded: every record with sections is
-        // a warning about the null section type, and only the first of its sections would count.
+        // The record's own descriptors are deliberately not read. An empty one stands for them, so
+        // that every record with sections counts as a warning about the null section type.
         summariseSection(CperSectionDescriptor{}, count, summary);
     }
 }

@@ -9,8 +9,8 @@
 
 namespace tavrisk {
 
-/** Has the library make what it makes once. At the first digest, want of memory for it would end
- *  the program, or every later digest with it; at its start nothing is lost by that. */
+/** Has OpenSSL set itself up, which it would do at the first digest otherwise: want of memory would
+ *  end the program then, or have every later digest fail. At the start nothing is lost by that. */
 void prepareDigests();
 
 /** The digest text of the bytes: their SHA-512 as 128 lower-case hexadecimal digits. Nothing when

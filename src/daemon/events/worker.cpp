@@ -95,9 +95,9 @@ void zel_wux_fault_logging_thread(std::vector<std::uint8_t> eventData) {
 
 namespace {
 
-/** A worker gets of a large record only what is read of it: a burst of them would otherwise be in
- *  memory as often as workers are behind. Looking for that holds the bus up for a few times what
- * the digest takes. */
+/** What the classifier reads of a large record, which is all that a worker gets of it: otherwise a
+ *  burst of them would be in memory once for every worker that is behind. Outlining a record takes
+ *  the bus thread a few times as long as its digest. */
 std::vector<std::uint8_t> whatIsRead(std::vector<std::uint8_t> eventData) {
     constexpr std::size_t large = 65'536;
     if (eventData.size() < large) {
@@ -107,7 +107,7 @@ std::vector<std::uint8_t> whatIsRead(std::vector<std::uint8_t> eventData) {
     return {text.begin(), text.end()};
 }
 
-// No worker has ended since a thread was refused for a whole second.
+// A thread was refused for a whole second, and no worker has ended since.
 constinit std::atomic<bool> refused{false};
 
 } // namespace
@@ -125,8 +125,8 @@ void startWorker(std::vector<std::uint8_t> eventData) {
             tavrisk::startThread(body);
             return;
         } catch (const std::system_error&) {
-            // Other callers wait meanwhile, so that only the first of a row of refusals is waited
-            // on.
+            // The bus thread serves nobody while it waits here: it does so for the first of several
+            // refusals in a row only.
             if (refused || pauses == 0) {
                 refused = true;
                 throw;

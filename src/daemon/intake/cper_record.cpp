@@ -40,7 +40,7 @@ int createLogServiceEntry(std::vector<std::uint8_t> logDataBuffer, std::string v
     const auto path = tavrisk::dataRoot + (tavrisk::rawCperDirectory + validationString + "." +
                                            summary["Timestamp"].asString());
     diag_log(LOG_USER, LOG_DEBUG, "%s: Attempt data write to file: %s", logName, path.c_str());
-    // Only an exception ends it here: without a file the event still goes on.
+    // Only an exception ends the call here: an event whose file could not be written is reported.
     const auto kept = tavrisk::writeDataFile(logName, path, logDataBuffer);
     if (kept == tavrisk::Kept::failed) {
         return static_cast<int>(kept);

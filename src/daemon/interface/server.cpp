@@ -29,11 +29,11 @@ int guarded(sd_bus_error* error, int whenCarried, Body&& body) noexcept {
     }
 }
 
-/** A call whose exception was carried has been dealt with: it gets no reply. */
+/** Tells sd-bus that a method call was handled, so that it sends no reply of its own. */
 constexpr int noReply = 1;
 
-/** sd-bus answers accesses to properties by itself, with what the callback left in the reply. Only
- *  an error keeps it from sending half a value, or that a value was stored which was not. */
+/** sd-bus itself answers whoever reads or writes a property. Unless the callback returns an error,
+ *  the peer gets half a value, or learns that a value was stored which was not. */
 constexpr int noValue = -ENOMEM;
 
 Tavrisk& self(void* context) {

@@ -92,8 +92,7 @@ void reapLater(pid_t child) {
             }
         });
     } catch (const std::exception&) {
-        // No thread, or no memory for one, to be had. A killed child is gone in a moment, as a
-        // rule.
+        // There is no thread, or no memory for one. As a rule, a killed child is gone in a moment.
         siginfo_t info{};
         for (int tries = 1000; tries > 0 && info.si_pid == 0; --tries) {
             if (waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG) != 0) {
@@ -126,7 +125,7 @@ int system_call_timeout(const char* path, char* const* arguments, std::uint32_t 
         diag_log(LOG_USER, LOG_DEBUG, "%s: Returning FAILURE\n", timeoutName);
         return -1;
     }
-    setpgid(child, child); // Here and in the child: whoever comes first.
+    setpgid(child, child); // The child does so too, and either may be the first to run.
     diag_log(LOG_USER, LOG_DEBUG, "%s: Waiting for Child to exit\n", timeoutName);
 
     int status = 0;
@@ -137,7 +136,7 @@ int system_call_timeout(const char* path, char* const* arguments, std::uint32_t 
             break;
         }
         sleep(1);
-    } while (--budget != 0); // From 0 it wraps: no limit.
+    } while (--budget != 0); // One of 0 wraps around: no limit.
     diag_log(LOG_USER, LOG_DEBUG, "%s: PID %d - STATUS %x -EXIT STATUS %d\n", timeoutName, reported,
              static_cast<unsigned>(status), WEXITSTATUS(status));
 
