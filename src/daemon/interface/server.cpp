@@ -118,7 +118,7 @@ constexpr vtable::vtable_t writable(sd_bus_property_get_t get, sd_bus_property_s
 
 } // namespace
 
-const std::array<sdbusplus::vtable::vtable_t, 11> Tavrisk::memberTable{
+const Tavrisk::MemberTable Tavrisk::memberTable = std::to_array<vtable::vtable_t>({
     vtable::start(),
     vtable::method("Log", "say", "i", _callback_Log, vtable::common_::unprivileged),
     vtable::method("Save", "say", "i", _callback_Save, vtable::common_::unprivileged),
@@ -134,7 +134,7 @@ const std::array<sdbusplus::vtable::vtable_t, 11> Tavrisk::memberTable{
     readOnly<tavrisk::wUXDataLocation>(_callback_get_WUXDataLocation),
     readOnly<tavrisk::wUXDataCacheLocation>(_callback_get_WUXDataCacheLocation),
     vtable::end(),
-};
+});
 
 Tavrisk::Tavrisk(sdbusplus::bus::bus& bus, const char* path)
     : interface_{bus, path, interface, memberTable.data(), this} {}
@@ -251,6 +251,7 @@ constexpr std::array propertiesByName{
     byName<tavrisk::wUXDataCacheLocation, &Tavrisk::wUXDataCacheLocation,
            &Tavrisk::wUXDataCacheLocation>(),
 };
+static_assert(propertiesByName.size() == tavrisk::properties.size());
 
 const PropertyByName* findByName(std::string_view name) {
     const auto* row =

@@ -139,7 +139,10 @@ private:
         return property.get();
     }
 
-    static const std::array<sdbusplus::vtable::vtable_t, 11> memberTable;
+    /** The four methods, every property, and what the table begins and ends with. */
+    using MemberTable =
+        std::array<sdbusplus::vtable::vtable_t, 1 + 4 + tavrisk::properties.size() + 1>;
+    static const MemberTable memberTable;
 
     tavrisk::StoredProperty<tavrisk::systemLEDSetting> systemLEDSetting_;
     // Read by the retention monitor while the bus thread stores.
