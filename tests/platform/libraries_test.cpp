@@ -2,7 +2,7 @@
 #include "contract/platform/kelp.h"
 #include "contract/platform/mosslink.h"
 #include "contract/platform/whelk.h"
-#include "daemon/events/raise_event.hpp"
+#include "daemon/events/submission.hpp"
 #include "platform/config.hpp"
 #include "platform/kelp/kelp_errors.h"
 #include "platform/mosslink/mosslink_errors.h"

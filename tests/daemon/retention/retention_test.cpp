@@ -76,7 +76,7 @@ TEST_F(ChildRunner, TellsHowTheCommandEnded) {
 
 TEST_F(ChildRunner, IsNotHeldUpForLongByALogCallThatHangs) {
     fail("hang", 1);
-    const std::jthread hanging{[] { diag_log(8, 7, "hang"); }};
+    const std::jthread hanging{[] { diag_log(LOG_USER, LOG_DEBUG, "hang"); }};
     EXPECT_TRUE(waitForRecorded("hangs"));
     EXPECT_EQ(run("exit 0", 1), 0);
     fail("hang", 0);
@@ -106,7 +106,7 @@ TEST_F(ChildRunner, LosesNoChildWhileThreadsLog) {
     std::atomic<bool> done = false;
     const auto log = [&done] {
         while (!done) {
-            diag_log(8, 7, "%s: busy\n", "logger");
+            diag_log(LOG_USER, LOG_DEBUG, "%s: busy\n", "logger");
         }
     };
     const auto runAll = [children](std::uint32_t minutes) {
