@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What the scripts share; sourced by them. Sets `root`, the source tree.
 # shellcheck shell=sh
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # An example: copy it into a layer of yours, and name your repository and revision.
 SUMMARY = "Event and error record logger for the HMC"
 DESCRIPTION = "Takes in the hardware-error records of an attached management controller over \

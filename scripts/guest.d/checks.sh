@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # Runs in the guest, as root: tries what needs a real machine, and prints a line for each check:
 # result, name and remark, with tabs between them.
 set -u
