@@ -21,6 +21,7 @@ records contract text log
 log contract text
 compat sdbusplus
 contract
+pch
 text
 '
 
