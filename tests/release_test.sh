@@ -30,3 +30,5 @@ echo "$expected" | grep -qE '^[0-9]+\.[0-9]+\.[0-9]+$'
 told 'the uppermost version of the changelog' CHANGELOG.md \
   's/^## \([0-9.]*\), [0-9]* [A-Z][a-z]* 20[0-9][0-9]$/\1/p'
 told "the package's version" debian/changelog 's/^tavrisk (\([0-9.]*\)) .*/\1/p'
+[ -f "docs/yocto/meta-tavrisk/recipes-support/tavrisk/tavrisk_$expected.bb" ] ||
+  { echo "the recipe is not named after $expected" && exit 1; }
