@@ -12,12 +12,12 @@ until kinds=$(zelctl list --json | sed 's/.*"device":"\([^"]*\)".*"messageId":"\
 done
 echo "$kinds" >/run/kinds
 cat >/run/expected <<KINDS
-HMC0001 DIMM_3
+HMC0001 DIMM_A4
 HMC0002 2dce8bb1-bdd7-450e-b9ad-9cf4ebd4f890
 HMC0002 FAN_TRAY_1_SPEED
 HMC0002 Link_11
 HMC0002 cf93c01f-1a16-4dfc-b8bc-9c4daf67c104
-HMC0004 DIMM_3 correctable ECC error count
+HMC0004 DIMM_A4 correctable ECC error count
 HMC0005 GPU_3_TEMP_0
 HMC0006 GPU_3_TEMP_0
 HMC0007 FAN_TRAY_1_SPEED

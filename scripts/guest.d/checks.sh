@@ -325,6 +325,8 @@ installs() {
   documented README.md "$1" && is_installed && zelctl list --limit 1
 }
 
+own_test() (cd /checks && debian/tests/an-event-goes-its-road)
+
 keeps_the_log_at_an_upgrade() {
   before=$(entries)
   pid=$(main_pid)
@@ -366,6 +368,7 @@ check "Commands of docs/dbus-api.md work" documented docs/dbus-api.md .
 check "Commands of docs/operations.md work" documented docs/operations.md . 'vendor|journal-upload'
 check "Removed, it leaves log and data" leaves_log_and_data '^### Remove the packages'
 check "Installed from its packages, it runs" installs '^### Install the packages'
+check "The packages' own test passes" own_test
 check "An upgrade keeps the log" keeps_the_log_at_an_upgrade
 check "Removed again, it leaves log and data" leaves_log_and_data '^### Remove the packages'
 check "Installed from source below /usr/local, it runs" installs '^### Install from source'
