@@ -19,12 +19,18 @@ struct InstalledFile {
     unsigned mode;
 };
 constexpr std::array embeddedFiles{
-    InstalledFile{"libkelp.so", "", 0755},    InstalledFile{"libmosslink.so.9", "", 0755},
-    InstalledFile{"libwhelk.so.9", "", 0755}, InstalledFile{"tavrisk-retention", "libexec", 0755},
-    InstalledFile{"zelctl", "bin", 0755},     InstalledFile{"zelctl", "completions", 0644},
-    InstalledFile{"zelctl.1", "man1", 0644},  InstalledFile{"zelctl.schema.json", "tavrisk", 0644},
+    InstalledFile{"libkelp.so", "", 0755},
+    InstalledFile{"libmosslink.so.9", "", 0755},
+    InstalledFile{"libwhelk.so.9", "", 0755},
+    InstalledFile{"tavrisk-retention", "libexec", 0755},
+    InstalledFile{"zelctl", "bin", 0755},
+    InstalledFile{"zelctl", "completions", 0644},
+    InstalledFile{"zelctl.1", "man1", 0644},
+    InstalledFile{"zelctl.schema.json", "tavrisk", 0644},
+    InstalledFile{"tavrisk-embedded.conf", "tmpfiles.d", 0644},
 };
 constexpr std::array daemonFiles{
+    InstalledFile{"LICENSE", "tavrisk", 0644},
     InstalledFile{"com.vorn.bmc.tavrisk.conf", "system.d", 0644},
     InstalledFile{"com.vorn.bmc.tavrisk.service", "system-services", 0644},
     InstalledFile{"com.vorn.bmc.tavrisk.xml", "interfaces", 0644},
