@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#pragma once
-
 // What most sources include, compiled once for each target that has many of them. Sources include what
 // they use all the same: b_pch=false has to build too.
 #include <algorithm>
