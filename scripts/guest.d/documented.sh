@@ -12,5 +12,10 @@ tavriskctl() { if [ "$1" = monitor ]; then endless tavriskctl "$@"; else command
 busctl() { case "$*" in *monitor*) endless busctl "$@" ;; *) command busctl "$@" ;; esac; }
 
 apt() { apt-get -q -y "$@"; }
-meson() { [ "$1" = setup ] || cp -a /checks/installed/. /; }
-ninja() { (cd /checks/installed && find . ! -type d) | (cd / && xargs rm); }
+# /lib is a link there.
+meson() { [ "$1" = setup ] || (cd /checks/installed && tar -c .) | tar -C / -x --keep-directory-symlink; }
+ninja() {
+  (cd /checks/installed && find . ! -type d) | (cd / && xargs rm)
+  (cd /checks/installed && find . -depth -mindepth 1 -type d) |
+    (cd / && xargs rmdir --ignore-fail-on-non-empty 2>/dev/null) || true
+}
