@@ -306,7 +306,9 @@ leaves_log_and_data() {
   documented README.md "$1" || return 1
   left=$(files_of_it | tr '\n' ' ')
   echo "${left:-the log and $data files of data left, $before others gone}"
-  [ -z "$left" ] && ! is_active && [ -s /var/lib/tavrisk/zel.db ] && [ "$(files_of_data)" = "$data" ]
+  # One that was taken for damaged before is a log too.
+  [ -z "$left" ] && ! is_active && [ -n "$(find /var/lib/tavrisk -name zel.db -size +0)" ] &&
+    [ "$(files_of_data)" = "$data" ]
 }
 
 # As if it had never been here.
