@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What most sources include, compiled once for each target that has many of them. Sources include what
-// they use all the same: an optimised build is without it.
+// What most sources include, compiled once for each target that has many of them. Sources include
+// what they use all the same: an optimised build is without it.
 #include <algorithm>
 #include <array>
 #include <cerrno>
