@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <json/value.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tavrisk::tools {
+
+/** How standard output wants its text. */
+struct Style {
+    bool terminal = false; // titles and the like
+    bool colour = false;
+    bool utf8 = false; // characters beyond ASCII for decoration
+    int width = 80;
+
+    static Style ofStandardOutput();
+};
+
+/** The text fit for a terminal: control characters, bytes that are no UTF-8 and characters that
+ *  change the direction of writing stand as "\xNN". */
+std::string harmless(std::string_view text);
+
+std::string padded(std::string text, std::size_t width);
+
+/** The value on one line, in ASCII: safe for a terminal, too. */
+std::string jsonLine(const Json::Value& value);
+
+/** Writes to standard output. Raises NobodyReads, or Failure when the output is refused. */
+void put(std::string_view text);
+void putLine(std::string_view line);
+
+/** Makes sure that all of it has left. Raises as put() does. */
+void flushOutput();
+
+/** One thing that a command tells, as a line of text and as a member of its JSON object. */
+struct Fact {
+    /** Without a label, it is in the object alone. Both are fit for a terminal. */
+    std::string label;
+    std::string text;
+    /** The member's name; null to have it in the text alone. */
+    const char* key = nullptr;
+    Json::Value json{};
+};
+
+/** Prints the facts one below the other, the texts `labelWidth` columns from the margin. */
+void putFacts(const std::vector<Fact>& facts, std::size_t labelWidth);
+
+/** The object with the facts as further members. */
+Json::Value toJson(const std::vector<Fact>& facts, Json::Value object = Json::objectValue);
+
+void addMembers(Json::Value& object, const Json::Value& members);
+
+} // namespace tavrisk::tools
