@@ -67,7 +67,7 @@ TEST_F(Tavriskctl, SaysInOneSentenceWhatBecameOfEachRequest) {
         {"log - </dev/zero", 1, "tavriskctl: standard input: is larger than 64 MiB"},
         {"log /run/empty", 1, "tavriskctl: /run/empty: refused: empty input"},
         {"log /run", 1, "tavriskctl: /run: cannot be read: Is a directory"},
-        {R"(log $(printf '\033[m\302\233\377'))", 1, R"(tavriskctl: \x1b[m\xc2\x9b\xff: cannot)"},
+        {R"(log $(printf '\033[m\302\233\377'))", 1, R"(tavriskctl: \x1b[m\u{9b}\xff: cannot)"},
         {"cper cper/truncated.cper", 1,
          "tavriskctl: cper/truncated.cper: refused: it is too short"},
         {"save kept /run/e", 0, "/run/e: accepted as 'kept'"},
@@ -153,7 +153,7 @@ TEST_F(Tavriskctl, ExplainsWithoutADaemonAndWithoutATrace) {
     writeFile("/run/longest", named(1023));
     writeFile("/run/text", "{\n \"CPER\":{},\"EventType\":\"Event\",\"Severity\":\"Warning\"}");
     writeFile("/run/hostile", "{\"EventType\":\"Event\",\"Severity\":\"OK\",\"Message\":"
-                              "\"a\\u001b[1m\u202e\u202c\",\"Resolution\":\"b\\nc\"}");
+                              "\"a\\u001b[1m\u202e\u202c\u200b\",\"Resolution\":\"b\\nc\"}");
     const std::string said = "standard input: ";
     expectAll({
         {"explain - <events/event5-above-upper-caution.json", 0,
@@ -169,9 +169,9 @@ TEST_F(Tavriskctl, ExplainsWithoutADaemonAndWithoutATrace) {
         {"explain - </run/text", 0, said + "reported as HMC0002"},
         {"explain - </run/e", 0, said + "not reported: its Severity is of the wrong type"},
         {"explain - </run/hostile", 0,
-         said + "a\\x1b[1m\\xe2\\x80\\xae\\xe2\\x80\\xac\n  not reported: neither its Severity nor "
+         said + "a\\x1b[1m\\u{202e}\\u{202c}\\u{200b}\n  not reported: neither its Severity nor "
                 "its MessageSeverity"
-                " is \"Critical\" or \"Warning\"\n  Resolution: b\\x0ac"},
+                " is \"Critical\" or \"Warning\"\n  Resolution: b\\nc"},
         {"explain - <cper/memory-error-four-bytes-ahead.cper", 0,
          said + "Corrected single-bit ECC error at node 0, card 1, module 4, rank 1, bank 3, "
                 "device 9, row 0x4d21, column 136, bit 17, physical address 0x00000027f4a1c0c0; "

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/common/output.hpp"
 
+#include "text/utf8.hpp"
 #include "tools/common/failure.hpp"
 
 #include <json/writer.h>
@@ -12,7 +13,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdint>
+#include <clocale>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -21,42 +22,32 @@ namespace tavrisk::tools {
 namespace {
 
 struct Range {
-    std::uint32_t first;
-    std::uint32_t last;
+    char32_t first;
+    char32_t last;
 };
 
-constexpr std::array notPrintable{
-    Range{0x00, 0x1f},     Range{0x7f, 0x9f},     Range{0x200e, 0x200f}, Range{0x2028, 0x202e},
-    Range{0x2066, 0x2069}, Range{0xd800, 0xdfff}, Range{0xfeff, 0xfeff},
+// Characters that are not seen but change how others are: directions, joiners, line ends, tags.
+constexpr std::array invisible{
+    Range{0xad, 0xad},     Range{0x61c, 0x61c},   Range{0x180e, 0x180e},
+    Range{0x200b, 0x200f}, Range{0x2028, 0x202e}, Range{0x2060, 0x206f},
+    Range{0xfeff, 0xfeff}, Range{0xfff9, 0xfffb}, Range{0xe0000, 0xe007f},
 };
 
-bool isPrintable(std::uint32_t character) {
-    return character <= 0x10ffff &&
-           std::none_of(notPrintable.begin(), notPrintable.end(), [character](const Range& range) {
-               return range.first <= character && character <= range.last;
-           });
+bool isInvisible(char32_t codePoint) {
+    return std::any_of(invisible.begin(), invisible.end(), [codePoint](const Range& range) {
+        return codePoint >= range.first && codePoint <= range.last;
+    });
 }
 
-/** Length of the printable UTF-8 character that `text` begins with; 0 when there is none. */
-std::size_t printableLength(std::string_view text) {
-    constexpr std::array<std::uint32_t, 5> smallest{0, 0, 0x80, 0x800, 0x10000};
-    const auto lead = static_cast<std::uint8_t>(text.front());
-    if (lead < 0x80) {
-        return isPrintable(lead) ? 1 : 0;
+std::string escape(const text::Character& character) {
+    if (character.codePoint == '\n') {
+        return "\\n";
     }
-    const std::size_t length = lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : 2;
-    if (lead < 0xc0 || lead >= 0xf8 || text.size() < length) {
-        return 0;
-    }
-    std::uint32_t character = lead & (0x7fU >> length);
-    for (const char next : text.substr(1, length - 1)) {
-        const auto byte = static_cast<std::uint8_t>(next);
-        if ((byte & 0xc0U) != 0x80) {
-            return 0;
-        }
-        character = character << 6U | (byte & 0x3fU);
-    }
-    return character >= smallest.at(length) && isPrintable(character) ? length : 0;
+    const auto code = static_cast<unsigned>(character.codePoint);
+    std::array<char, 16> text{};
+    const char* const format = character.valid && code > 0x7f ? "\\u{%x}" : "\\x%02x";
+    const int length = std::snprintf(text.data(), text.size(), format, code);
+    return {text.data(), static_cast<std::size_t>(length)};
 }
 
 const char* environment(const char* variable) {
@@ -72,6 +63,15 @@ bool usersTextIsUtf8() {
     }
     const bool answer = std::string_view{nl_langinfo_l(CODESET, locale)} == "UTF-8";
     freelocale(locale);
+    return answer;
+}
+
+/** To such a one a byte of a longer character could be a command of its own. */
+bool isTerminalWithoutUtf8() {
+    static const bool answer = [] {
+        const auto style = Style::ofStandardOutput();
+        return style.terminal && !style.utf8;
+    }();
     return answer;
 }
 
@@ -103,18 +103,16 @@ Style Style::ofStandardOutput() {
 }
 
 std::string harmless(std::string_view text) {
-    constexpr std::string_view digits{"0123456789abcdef"};
     std::string result;
     while (!text.empty()) {
-        std::size_t length = printableLength(text);
-        if (length != 0) {
-            result += text.substr(0, length);
+        const auto character = text::firstCharacter(text);
+        if (!character.valid || character.isControl() || isInvisible(character.codePoint) ||
+            (character.length > 1 && isTerminalWithoutUtf8())) {
+            result += escape(character);
         } else {
-            const auto byte = static_cast<std::uint8_t>(text.front());
-            result += {'\\', 'x', digits[byte >> 4U], digits[byte & 0xfU]};
-            length = 1;
+            result += text.substr(0, character.length);
         }
-        text.remove_prefix(length);
+        text.remove_prefix(character.length);
     }
     return result;
 }

@@ -19,8 +19,8 @@ struct Style {
     static Style ofStandardOutput();
 };
 
-/** The text fit for a terminal: control characters, bytes that are no UTF-8 and characters that
- *  change the direction of writing stand as "\xNN". */
+/** The text with everything in escapes ("\n", "\x1b", "\u{202e}") that a terminal could take as
+ *  a command, or that would make it show something else than what is there. */
 std::string harmless(std::string_view text);
 
 std::string padded(std::string text, std::size_t width);
