@@ -140,6 +140,8 @@ TEST_F(Tavriskctl, MonitorFollowsPropertiesAndNameUntilNobodyListens) {
     monitor->kill(SIGINT);
     EXPECT_EQ(monitor->wait(), 0);
     expectAll({{"monitor | head -n 1 | cut -c 22-", 0, "the daemon is not there"}});
+    Process{{"sh", "-c", "{ sleep 0.2; $TAVRISK_CTL help; echo $? >/run/out; } | true"}}.wait();
+    EXPECT_EQ(readFile("/run/out"), "0\n");
 }
 
 TEST_F(Tavriskctl, ExplainsWithoutADaemonAndWithoutATrace) {

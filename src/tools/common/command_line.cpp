@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <csignal>
 #include <exception>
 #include <iostream>
 
@@ -191,6 +192,8 @@ std::optional<std::string> Arguments::value(std::string_view option) const {
 }
 
 int run(const Program& program, int argc, char** argv) {
+    // Output that nobody reads is noticed where it is written.
+    std::signal(SIGPIPE, SIG_IGN);
     Arguments arguments;
     Exit status = Exit::done;
     std::optional<Failure> failure;

@@ -64,8 +64,8 @@ struct Program {
     const char* exitStatus;
 };
 
-/** What is left of main(): reads the command line, runs the command and tells why it failed. The
- *  exit status. */
+/** What is left of main(): reads the command line, runs the command and tells why it failed.
+ *  Output that nobody reads ends it without a word. The exit status. */
 int run(const Program& program, int argc, char** argv);
 
 /** The number that the text is, from `least` to `most`. Raises Failure with Exit::usage for any
