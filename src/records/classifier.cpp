@@ -115,7 +115,8 @@ void judge(const Json::Value& record, Verdict& verdict) {
     const auto messageId = text(record, "MessageId");
     const auto number = critical ? lookUp(criticalMessages, messageId, otherCriticalEvent)
                                  : lookUp(warningMessages, messageId, otherWarningEvent);
-    verdict.event = {number, deviceName(record, messageId).c_str()};
+    const auto device = deviceName(record, messageId);
+    verdict.event = {number, device.substr(0, device.find('\0'))};
 }
 
 /** Makes a tree of the text that is known to be JSON, nested no deeper than jsoncpp accepts. */

@@ -17,6 +17,10 @@ constexpr Severity severityOf(std::int64_t code) {
     return code == 1 || code == 2 ? static_cast<Severity>(code) : Severity::other;
 }
 
+static_assert(severityOf(code(Severity::critical)) == Severity::critical &&
+              severityOf(code(Severity::warning)) == Severity::warning &&
+              severityOf(0) == Severity::other && severityOf(3) == Severity::other);
+
 constexpr const char* name(Severity severity) {
     switch (severity) {
     case Severity::critical:

@@ -43,7 +43,7 @@ int signalsSeen(const char* signal, Tavrisk::action action) {
     sdbusplus::bus::bus bus{peer.bus()};
     {
         Tavrisk object{bus, "/object", action};
-        object.retentionSizeInMB(1, true);
+        object.setPropertyByName("RetentionSizeInMB", std::uint8_t{1}, true);
         object.retentionSizeInMB(2);
     }
     // After a round trip of each, all signals of before have arrived.
