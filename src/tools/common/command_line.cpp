@@ -72,8 +72,10 @@ void putHelp(const Program& program, const CommandRow* command) {
             putOption(row);
         }
     }
-    put(command != nullptr ? "" : program.notes);
-    put(program.exitStatus);
+    if (command == nullptr && *program.notes != '\0') {
+        put(std::string{"\n"} + program.notes);
+    }
+    put(std::string{"\n"} + program.exitStatus);
 }
 
 // --- Reading the command line ---

@@ -159,6 +159,14 @@ Json::Value toJson(const std::vector<Fact>& facts, Json::Value object) {
     return object;
 }
 
+Json::Value toJson(const std::vector<std::string>& texts) {
+    Json::Value array{Json::arrayValue};
+    for (const auto& text : texts) {
+        array.append(text);
+    }
+    return array;
+}
+
 void addMembers(Json::Value& object, const Json::Value& members) {
     for (const auto& name : members.getMemberNames()) {
         object[name] = members[name];

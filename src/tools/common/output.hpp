@@ -51,6 +51,8 @@ void putFacts(const std::vector<Fact>& facts, std::size_t labelWidth);
 /** The object with the facts as further members. */
 Json::Value toJson(const std::vector<Fact>& facts, Json::Value object = Json::objectValue);
 
+Json::Value toJson(const std::vector<std::string>& texts);
+
 void addMembers(Json::Value& object, const Json::Value& members);
 
 } // namespace tavrisk::tools

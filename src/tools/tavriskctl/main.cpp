@@ -49,7 +49,7 @@ constexpr Program tavriskctl{
     commands,
     options,
     "",
-    "\nExit status: 0 accepted; 1 refused, or a file could not be read or sent; 2 wrong usage;\n"
+    "Exit status: 0 accepted; 1 refused, or a file could not be read or sent; 2 wrong usage;\n"
     "3 the daemon could not be reached. Of several files the worst result counts.\n"};
 
 } // namespace
