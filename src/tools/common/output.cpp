@@ -122,6 +122,19 @@ std::string padded(std::string text, std::size_t width) {
     return text;
 }
 
+std::string sizeText(std::int64_t bytes) {
+    constexpr std::array units{"bytes", "KiB", "MiB", "GiB"};
+    auto size = static_cast<double>(bytes);
+    std::size_t unit = 0;
+    for (; size >= 1024 && unit + 1 < units.size(); ++unit) {
+        size /= 1024;
+    }
+    std::array<char, 32> text{};
+    const int length = std::snprintf(text.data(), text.size(), unit == 0 ? "%.0f %s" : "%.1f %s",
+                                     size, units.at(unit));
+    return {text.data(), static_cast<std::size_t>(length)};
+}
+
 std::string jsonLine(const Json::Value& value) {
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "";

@@ -3,6 +3,7 @@
 
 #include <json/value.h>
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,6 +25,9 @@ struct Style {
 std::string harmless(std::string_view text);
 
 std::string padded(std::string text, std::size_t width);
+
+/** "42 bytes" or "1.5 KiB". */
+std::string sizeText(std::int64_t bytes);
 
 /** The value on one line, in ASCII: safe for a terminal, too. */
 std::string jsonLine(const Json::Value& value);

@@ -26,16 +26,6 @@ bool isDisconnection(int result) {
     return result == -ECONNRESET || result == -ENOTCONN || result == -EPIPE;
 }
 
-/** An error reply, freed with its owner. */
-struct Error {
-    Error() = default;
-    ~Error() { sd_bus_error_free(&reply); }
-    Error(const Error&) = delete;
-    Error& operator=(const Error&) = delete;
-
-    sd_bus_error reply{};
-};
-
 struct Meaning {
     std::string_view errorName;
     Exit status;
@@ -233,13 +223,14 @@ Message Daemon::newCall(const char* interface, const char* member) const {
 }
 
 Message Daemon::call(const Message& request) {
-    Error error;
+    sd_bus_error error{};
+    const std::unique_ptr<sd_bus_error, void (*)(sd_bus_error*)> freed{&error, sd_bus_error_free};
     sd_bus_message* reply = nullptr;
     const int result =
-        sd_bus_call(bus(), request.get(), toMicroseconds(target_.timeout), &error.reply, &reply);
-    if (result < 0 && !isDisconnection(result) && error.reply.name != nullptr) {
-        const bool late = std::string_view{error.reply.name} == SD_BUS_ERROR_TIMEOUT;
-        throw late ? noReplyWithin(target_.timeout) : meaningOf(error.reply);
+        sd_bus_call(bus(), request.get(), toMicroseconds(target_.timeout), &error, &reply);
+    if (result < 0 && !isDisconnection(result) && error.name != nullptr) {
+        const bool late = std::string_view{error.name} == SD_BUS_ERROR_TIMEOUT;
+        throw late ? noReplyWithin(target_.timeout) : meaningOf(error);
     }
     check(result);
     return Message{reply};

@@ -109,10 +109,7 @@ Exit explain(const Arguments& arguments) {
              std::chrono::seconds{0}); // Of no use here, but right or wrong all the same.
     Report report{arguments};
     for (const auto& file : arguments.operands) {
-        Json::Value about;
-        about["file"] = file;
-        report.tell(displayName(file), about,
-                    [&] { return explainFile(file, kind, arguments.has("verbose")); });
+        report.tellOfFile(file, [&] { return explainFile(file, kind, arguments.has("verbose")); });
     }
     return report.finish();
 }

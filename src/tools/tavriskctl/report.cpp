@@ -2,6 +2,7 @@
 #include "tools/tavriskctl/report.hpp"
 
 #include "tools/common/output.hpp"
+#include "tools/tavriskctl/input.hpp"
 
 #include <unistd.h>
 
@@ -58,10 +59,9 @@ Json::Value resultJson(const std::string& command, Exit status, const std::strin
 }
 
 Report::Report(const Arguments& arguments, std::size_t requests)
-    : json_{arguments.json()},
-      command_{arguments.command},
+    : arguments_{arguments},
       requests_{requests},
-      progress_{!json_ && requests > 1 && isatty(STDOUT_FILENO) == 1 &&
+      progress_{!arguments.json() && requests > 1 && isatty(STDOUT_FILENO) == 1 &&
                 isatty(STDERR_FILENO) == 1} {}
 
 void Report::tell(const std::string& subject, const Json::Value& about,
@@ -75,12 +75,18 @@ void Report::tell(const std::string& subject, const Json::Value& about,
     }
     worst_ = std::max(worst_, outcome.status);
     accepted_ += outcome.status == Exit::done ? 1 : 0;
-    if (json_) {
+    if (arguments_.json()) {
         printJson(outcome, about);
     } else {
         print(harmless(subject), outcome);
     }
     flushOutput();
+}
+
+void Report::tellOfFile(const std::string& file, const std::function<Outcome()>& request) {
+    Json::Value about;
+    about["file"] = file;
+    tell(displayName(file), about, request);
 }
 
 void Report::showProgress(const std::string& subject) {
@@ -106,7 +112,7 @@ void Report::print(const std::string& subject, const Outcome& outcome) const {
 void Report::printJson(const Outcome& outcome, const Json::Value& about) const {
     auto object = outcome.details;
     addMembers(object, about);
-    addMembers(object, resultJson(command_, outcome.status, outcome.sentence));
+    addMembers(object, resultJson(arguments_.command, outcome.status, outcome.sentence));
     putLine(jsonLine(object));
 }
 

@@ -42,6 +42,9 @@ public:
     void tell(const std::string& subject, const Json::Value& about,
               const std::function<Outcome()>& request);
 
+    /** The same for what is done with a file. */
+    void tellOfFile(const std::string& file, const std::function<Outcome()>& request);
+
     [[nodiscard]] Exit worst() const noexcept { return worst_; }
 
     /** Prints the sum, if one is due; the worst status of all. */
@@ -53,8 +56,7 @@ private:
     void printJson(const Outcome& outcome, const Json::Value& about) const;
     void clearProgress() const;
 
-    bool json_;
-    std::string command_;
+    const Arguments& arguments_;
     std::size_t requests_;
     bool progress_;
     std::size_t begun_ = 0;

@@ -63,9 +63,7 @@ Exit submit(const Method& method, const Arguments& arguments, Files files, const
     std::optional<Daemon> daemon;
     Report report{arguments, files.size()};
     for (const auto& file : files) {
-        Json::Value about;
-        about["file"] = file;
-        report.tell(displayName(file), about, [&] {
+        report.tellOfFile(file, [&] {
             // Once the daemon could not be reached, the rest would only wait for nothing.
             if (report.worst() == Exit::unreachable) {
                 throw Failure{Exit::unreachable,

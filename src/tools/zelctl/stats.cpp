@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <map>
 #include <utility>
 
@@ -90,19 +89,6 @@ Json::Value toJson(const Counts& counts, const char* key) {
         rows.append(std::move(row));
     }
     return rows;
-}
-
-std::string sizeText(std::int64_t bytes) {
-    constexpr std::array units{"bytes", "KiB", "MiB", "GiB"};
-    auto size = static_cast<double>(bytes);
-    std::size_t unit = 0;
-    for (; size >= 1024 && unit + 1 < units.size(); ++unit) {
-        size /= 1024;
-    }
-    std::array<char, 32> text{};
-    const int length = std::snprintf(text.data(), text.size(), unit == 0 ? "%.0f %s" : "%.1f %s",
-                                     size, units.at(unit));
-    return {text.data(), static_cast<std::size_t>(length)};
 }
 
 std::string rightAligned(std::int64_t number, std::size_t width) {
