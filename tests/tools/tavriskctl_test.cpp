@@ -92,8 +92,9 @@ TEST_F(Tavriskctl, SaysInOneSentenceWhatBecameOfEachRequest) {
 }
 
 TEST_F(Tavriskctl, ExitsWith3WhenNobodyAnswers) {
+    writeFile("/run/hmc/dump/kept", std::string(2355, 'x'));
     const std::string directories = "/var/run/hmc                0 files, 0 bytes\n"
-                                    "/var/run/hmc/dump           0 files, 0 bytes\n"
+                                    "/var/run/hmc/dump           1 file, 2.3 KiB\n"
                                     "/var/run/hmc/rawCPER        0 files, 0 bytes\n";
     expectAll({{"status", 3, directories + "tavriskctl: the daemon is not running: nobody owns"},
                {"clear", 3, "tavriskctl: data cache: the daemon is not running"}});

@@ -37,7 +37,7 @@ Fact factOf(const std::string& path) {
         fact.json["error"] = error.message();
     } else {
         fact.text = std::to_string(files) + (files == 1 ? " file, " : " files, ") +
-                    std::to_string(bytes) + " bytes";
+                    sizeText(static_cast<std::int64_t>(bytes));
         fact.json["files"] = Json::UInt64{files};
         fact.json["bytes"] = Json::UInt64{bytes};
     }
