@@ -105,8 +105,8 @@ Exit explain(const Arguments& arguments) {
     if (arguments.has("as") && kind != "event" && kind != "cper") {
         failUsage("--as takes event or cper, not '" + kind + "'");
     }
-    targetOf(arguments,
-             std::chrono::seconds{0}); // Of no use here, but right or wrong all the same.
+    // Nothing is sent, but options that every command takes are right or wrong with every one.
+    targetOf(arguments, std::chrono::seconds{0});
     Report report{arguments};
     for (const auto& file : arguments.operands) {
         report.tellOfFile(file, [&] { return explainFile(file, kind, arguments.has("verbose")); });
