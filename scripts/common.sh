@@ -53,7 +53,7 @@ need_build() {
 }
 
 # build DIRECTORY OPTION...: configures a build directory below build/ once, and builds it; through
-# the command in `politely` if that is set.
+# the command in `politely`, and only what is named in `targets`, if these are set.
 build() {
   directory=$root/build/$1
   shift
@@ -63,7 +63,8 @@ build() {
     meson setup "$directory" "$root" "$@" >"$log" 2>&1 || { cat "$log" >&2 && die "configuring failed"; }
   fi
   echo "Building in ${directory#"$root/"}"
-  ${politely-} ninja -C "$directory" >"$log" 2>&1 || { cat "$log" >&2 && die "building failed"; }
+  # shellcheck disable=SC2086 # a list of words
+  ${politely-} ninja -C "$directory" ${targets-} >"$log" 2>&1 || { cat "$log" >&2 && die "building failed"; }
 }
 
 # Says at once when private namespaces are not to be had.
