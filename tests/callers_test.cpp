@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // Callers of what other code may be compiled against and no other test calls: a changed argument or
 // result does not compile here, a moved virtual operation is found.
-#include "daemon/events/generate_event.hpp"
+#include "daemon/events/submission.hpp"
 #include "daemon/intake/cper_record.hpp"
 #include "daemon/intake/data_file.hpp"
+#include "daemon/intake/event_record.hpp"
 #include "daemon/intake/request.hpp"
 #include "daemon/retention/monitor.hpp"
 #include "daemon/retention/save_and_clear.hpp"

@@ -17,6 +17,7 @@
 #include <fstream>
 #include <iomanip>
 #include <iterator>
+#include <regex>
 #include <sstream>
 
 namespace fs = std::filesystem;
@@ -61,11 +62,10 @@ bool emulated() {
     return std::getenv("MESON_EXE_WRAPPER") != nullptr;
 }
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool sanitized = true;
-#else
-constexpr bool sanitized = false;
-#endif
+/** What is tested; the tests themselves are not always. */
+bool sanitized() {
+    return std::getenv("TAVRISK_SANITIZED") != nullptr;
+}
 
 /** "<PRIORITY>MMM DD hh:mm:ss TAG[PID]: TEXT" as "PRIORITY TAG: TEXT". */
 std::string withoutTimeStamp(const std::string& datagram) {
@@ -80,7 +80,7 @@ std::string withoutTimeStamp(const std::string& datagram) {
 } // namespace
 
 const char* whyNoMemoryFigures() {
-    return sanitized    ? "a sanitizer needs most of the memory for itself"
+    return sanitized()  ? "a sanitizer needs most of the memory for itself"
            : emulated() ? "an emulator needs memory of its own and sets no limits to it"
                         : nullptr;
 }
@@ -113,18 +113,38 @@ void writeFile(const std::string& path, const std::string& text) {
     std::ofstream{path, std::ios::binary} << text;
 }
 
-bool eventually(const std::function<bool()>& condition) {
+bool has(const std::string& text, const std::string& pattern) {
+    return std::regex_search(text, std::regex{pattern});
+}
+
+std::string replaced(const std::string& text, const std::string& pattern, const std::string& by) {
+    return std::regex_replace(text, std::regex{pattern}, by);
+}
+
+namespace {
+
+/** The end of the record, which `World` keeps of each test. */
+std::string recordedLast() {
+    constexpr std::size_t most = 4'000;
+    const auto record = readFile("/run/record");
+    return record.substr(record.size() - std::min(record.size(), most));
+}
+
+} // namespace
+
+testing::AssertionResult eventually(const std::function<bool()>& condition) {
     const auto deadline =
-        std::chrono::steady_clock::now() + std::chrono::minutes{emulated() || sanitized ? 5 : 1};
+        std::chrono::steady_clock::now() + std::chrono::minutes{emulated() || sanitized() ? 5 : 1};
     useconds_t pause = 1'000;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline) {
-            return false;
+            return testing::AssertionFailure() << "waited in vain; recorded last:\n"
+                                               << recordedLast();
         }
         usleep(pause);
         pause = std::min(2 * pause, 100'000U);
     }
-    return true;
+    return testing::AssertionSuccess();
 }
 
 Process::Process(const std::vector<std::string>& arguments, const Lines& environment)
@@ -365,6 +385,7 @@ Lines World::recordedWith(const std::string& text) {
     return lines;
 }
 
-bool World::waitForRecorded(const std::string& text, std::size_t count) {
-    return eventually([&] { return recordedWith(text).size() >= count; });
+testing::AssertionResult World::waitForRecorded(const std::string& text, std::size_t count) {
+    return eventually([&] { return recordedWith(text).size() >= count; })
+           << "wanted: " << count << " x '" << text << "'";
 }

@@ -33,9 +33,15 @@ std::string digest(const Bytes& buffer);
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& text);
 
-/** True as soon as `condition` holds; false when it does not within a minute, or five in an
- *  emulator or under a sanitizer. */
-bool eventually(const std::function<bool()>& condition);
+/** Whether `text` has something in it that `pattern`, an ECMAScript regular expression, describes;
+ *  and `text` with all of that replaced. Compiled once, in here. */
+bool has(const std::string& text, const std::string& pattern);
+std::string replaced(const std::string& text, const std::string& pattern,
+                     const std::string& by = {});
+
+/** Succeeds as soon as `condition` holds; fails when it does not within a minute, or five in an
+ *  emulator or under a sanitizer, and tells what was recorded last. */
+testing::AssertionResult eventually(const std::function<bool()>& condition);
 
 /** A program of the test's, ended and reaped with the instance. */
 class Process {
@@ -112,7 +118,7 @@ protected:
     static void forgetRecorded();
     /** The recorded lines that contain `text`. */
     static Lines recordedWith(const std::string& text);
-    static bool waitForRecorded(const std::string& text, std::size_t count = 1);
+    static testing::AssertionResult waitForRecorded(const std::string& text, std::size_t count = 1);
 
     /** Has syslog read a line every `pause` at most, or not at all. */
     void slowSyslog(std::chrono::milliseconds pause) { syslogPause_ = pause; }

@@ -11,7 +11,7 @@
 namespace tavrisk {
 
 struct PropertyRow {
-    std::string_view name;
+    std::string_view name; // A literal, for D-Bus: with a zero at its end.
     /** The value at every start of the daemon; its alternative is the property's type. */
     std::variant<std::string_view, std::uint8_t> start;
     /** Whether peers may write it. */

@@ -35,4 +35,10 @@ const CatalogueMessage* findMessage(std::string_view messageId) {
     return findIf([messageId](const CatalogueMessage& row) { return row.messageId == messageId; });
 }
 
+std::string messageAbout(const CatalogueMessage& message, std::string_view device) {
+    constexpr std::string_view placeholder = "%s";
+    std::string text = message.text;
+    return text.replace(text.find(placeholder), placeholder.size(), device);
+}
+
 } // namespace tavrisk

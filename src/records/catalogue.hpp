@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace tavrisk {
@@ -18,6 +19,9 @@ struct CatalogueMessage {
 
 /** The catalogue, one row per event number. */
 extern const std::array<CatalogueMessage, 8> catalogue;
+
+/** The message's text with the device's name filled in. */
+std::string messageAbout(const CatalogueMessage& message, std::string_view device);
 
 /** What the packed arguments of a message may take in the event log, in bytes, each with its
  *  terminating zero. */

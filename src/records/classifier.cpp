@@ -10,12 +10,12 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <exception>
 #include <new>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 
+namespace tavrisk {
 namespace {
 
 constexpr auto logName = "checkRedfishData";
@@ -96,62 +96,68 @@ std::string deviceName(const Json::Value& record, std::string_view messageId) {
                : readText("MessageArgs", [&] { return record["MessageArgs"][0].asString(); });
 }
 
-std::string whyNotParsed(const Json::Reader& reader) {
-    const auto errors = reader.getStructuredErrors();
-    std::string reason{"it is no JSON"};
-    if (!errors.empty()) {
-        reason += ": at byte " + std::to_string(errors.front().offset_start) + ", " +
-                  errors.front().message;
-    }
-    return reason;
-}
-
-/** Null for a record to be reported, whose outputs it sets; otherwise why it is not. */
-const char* classify(const Json::Value& record, std::int32_t& event, char*& device,
-                     std::uint32_t& severity) {
-    diag_log(8, 7, "%s:  parsing JSON", logName);
-    severity = severityOther;
+/** Fills the verdict in step by step: when a member of the wrong type raises, the severity that is
+ *  known by then stays in it. */
+void judge(const Json::Value& record, Verdict& verdict) {
+    diag_log(LOG_USER, LOG_DEBUG, "%s:  parsing JSON", logName);
+    verdict.severity = Severity::other;
     if (const char* why = whyNotReportable(record)) {
-        return why;
+        verdict.reason = why;
+        return;
     }
-    diag_log(8, 7, "%s: Entry parsing JSON", logName);
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Entry parsing JSON", logName);
 
-    std::string messageId;
-    std::int32_t number = 0;
-    if (isCritical(record)) {
-        diag_log(8, 7, "%s: Critical parsing JSON", logName);
-        severity = severityCritical;
-        messageId = text(record, "MessageId");
-        number = lookUp(criticalMessages, messageId, otherCriticalEvent);
-    } else {
-        severity = severityWarning;
-        messageId = text(record, "MessageId");
-        number = lookUp(warningMessages, messageId, otherWarningEvent);
+    const bool critical = isCritical(record);
+    if (critical) {
+        diag_log(LOG_USER, LOG_DEBUG, "%s: Critical parsing JSON", logName);
     }
-
-    device = strdup(deviceName(record, messageId).c_str());
-    event = number;
-    return nullptr;
+    verdict.severity = critical ? Severity::critical : Severity::warning;
+    const auto messageId = text(record, "MessageId");
+    const auto number = critical ? lookUp(criticalMessages, messageId, otherCriticalEvent)
+                                 : lookUp(warningMessages, messageId, otherWarningEvent);
+    const auto device = deviceName(record, messageId);
+    verdict.event = {number, device.substr(0, device.find('\0'))};
 }
 
 /** Makes a tree of the text that is known to be JSON, nested no deeper than jsoncpp accepts. */
 Json::Value parse(const std::string& json) {
-    // Comments are accepted, but kept for nobody: a record of nothing else would be copied.
+    // Comments are accepted but not collected: jsoncpp would copy all of a record that is nothing
+    // else.
     constexpr bool collectComments = false;
     Json::Reader reader;
     Json::Value root;
     try {
         if (!reader.parse(json.data(), json.data() + json.size(), root, collectComments)) {
-            // A stream that reads a number keeps want of memory to itself.
+            // jsoncpp reads some numbers from a stream, which turns want of memory into bad input.
             throw std::bad_alloc{};
         }
-    } catch (const Json::RuntimeError&) { // As jsoncpp calls want of memory for a text.
+    } catch (const Json::RuntimeError&) { // What jsoncpp raises without memory for a text.
         throw std::bad_alloc{};
     }
     return root;
 }
 
-/** Why the parser does not take the record, of which it sees all here. */
+} // namespace
+
+Verdict classify(std::span<const std::uint8_t> record) {
+    Verdict verdict;
+    const JsonOutline outline{record};
+    if (outline.finding() != JsonOutline::Finding::json) {
+        verdict.reason = "it is no JSON";
+    } else {
+        // jsoncpp throws its own exceptions for members of the wrong type. The record comes from a
+        // peer: none may end the daemon.
+        try {
+            judge(parse(outline.text()), verdict);
+            return verdict;
+        } catch (const std::runtime_error& e) { // The same line as for text that is no JSON.
+            verdict.reason = e.what();
+        }
+    }
+    diag_log(LOG_USER, LOG_WARNING, "%s: Failed parsing JSON", logName);
+    return verdict;
+}
+
 std::string whyNotJson(std::span<const std::uint8_t> record) {
     const auto* begin = reinterpret_cast<const char*>(record.data());
     Json::Reader reader;
@@ -161,45 +167,27 @@ std::string whyNotJson(std::span<const std::uint8_t> record) {
     } catch (const Json::RuntimeError& e) {
         return e.what(); // Nested too deeply.
     }
-    return whyNotParsed(reader);
+    std::string reason{"it is no JSON"};
+    const auto errors = reader.getStructuredErrors();
+    if (!errors.empty()) {
+        reason += ": at byte " + std::to_string(errors.front().offset_start) + ", " +
+                  errors.front().message;
+    }
+    return reason;
 }
 
-/** What both public functions do; `reason` may be null. Want of memory is raised: nothing is known
- *  of the record then. */
-int examine(std::span<const std::uint8_t> record, std::int32_t& event, char*& device,
-            std::uint32_t& severity, std::string* reason) {
-    const tavrisk::JsonOutline outline{record};
-    std::string why;
-    if (outline.finding() != tavrisk::JsonOutline::Finding::json) {
-        why = reason != nullptr ? whyNotJson(record) : "";
-    } else {
-        // jsoncpp throws its own exceptions for members of the wrong type. The record comes from a
-        // peer: none may end the daemon.
-        try {
-            const char* whyNot = classify(parse(outline.text()), event, device, severity);
-            if (whyNot != nullptr && reason != nullptr) {
-                *reason = whyNot;
-            }
-            return whyNot == nullptr ? 1 : 0;
-        } catch (const std::runtime_error& e) { // The same line as for text that is no JSON.
-            why = e.what();
-        }
-    }
-    if (reason != nullptr) {
-        *reason = why;
-    }
-    diag_log(8, 4, "%s: Failed parsing JSON", logName);
-    return 0;
-}
-
-} // namespace
+} // namespace tavrisk
 
 int checkRedfishData(std::span<const std::uint8_t> record, std::int32_t& event, char*& device,
                      std::uint32_t& severity) {
-    return examine(record, event, device, severity, nullptr);
-}
-
-int tavrisk::explainRedfishData(std::span<const std::uint8_t> record, std::int32_t& event,
-                                char*& device, std::uint32_t& severity, std::string& reason) {
-    return examine(record, event, device, severity, &reason);
+    const auto verdict = tavrisk::classify(record);
+    if (verdict.severity) {
+        severity = code(*verdict.severity);
+    }
+    if (!verdict.event) {
+        return 0;
+    }
+    event = verdict.event->number;
+    device = strdup(verdict.event->device.c_str());
+    return 1;
 }

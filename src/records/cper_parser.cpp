@@ -4,11 +4,24 @@
 #include "log/diag_log.hpp"
 
 #include <json/value.h>
+#include <json/writer.h>
 
 #include <algorithm>
-#include <cstddef>
 #include <span>
-#include <string>
+
+const std::array<std::string, 4> knownSectionTypes{
+    "f244526d1227ec11bea7cb3fdb95c786",
+    "1411bca5646fde4eb8633e83ed7c83b1",
+    "54e995d9c1bb0f43ad91b44dcb3c6f35",
+    "163d9ee111bce4119caac2051d5d46b0",
+};
+
+const std::map<std::int32_t, std::string> cperSeverityNames{
+    {0, "Warning"},
+    {1, "Critical"},
+    {2, "OK"},
+    {3, "Warning"},
+};
 
 namespace {
 
@@ -38,16 +51,17 @@ std::string hexText(Bytes bytes) {
     return bytesToHex(bytes.data(), bytes.size());
 }
 
-/** The bytes from the record's base on. Bytes without the signature are taken for a record that
- *  begins four bytes later; that there is no second look for it there is on purpose. */
+/** The bytes from the record's base on. Bytes that do not begin with the signature are taken for a
+ *  record that begins four bytes later; on purpose, no signature is looked for there. */
 Bytes findBase(Bytes record) {
     const auto signature = rawText(record.first(signatureSize));
-    diag_log(8, 7, "%s: %x %x %x %x", logName, unsigned{record[0]}, unsigned{record[1]},
-             unsigned{record[2]}, unsigned{record[3]});
+    diag_log(LOG_USER, LOG_DEBUG, "%s: %x %x %x %x", logName, unsigned{record[0]},
+             unsigned{record[1]}, unsigned{record[2]}, unsigned{record[3]});
     if (signature == "CPER") {
         return record;
     }
-    diag_log(8, 7, "%s: CPER signature %sassumed to be 4 bytes later", logName, signature.c_str());
+    diag_log(LOG_USER, LOG_DEBUG, "%s: CPER signature %sassumed to be 4 bytes later", logName,
+             signature.c_str());
     return record.subspan(leadingBytes);
 }
 
@@ -55,7 +69,7 @@ void logHeader(Header header) {
     const auto revision = rawText(field<4, 2>(header));
     const auto sectionCount = rawText(field<10, 2>(header));
     const auto signature = rawText(field<0, signatureSize>(header));
-    diag_log(8, 7, "%s: Parsing data R %s,sc %s, sig %s", logName, revision.c_str(),
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Parsing data R %s,sc %s, sig %s", logName, revision.c_str(),
              sectionCount.c_str(), signature.c_str());
 }
 
@@ -74,7 +88,7 @@ bool isRecognised(const std::string& sectionType) {
 void summariseSection(const CperSectionDescriptor& descriptor, std::int32_t count,
                       Json::Value& summary) {
     const auto type = hexText(descriptor.sectionType);
-    diag_log(8, 7, "%s: Prsing data offset %d, len %d ,sc %d, temp %s", logName,
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Prsing data offset %d, len %d ,sc %d, temp %s", logName,
              descriptor.sectionOffset, descriptor.sectionLength, count, type.c_str());
     if (!isRecognised(type)) {
         return;
@@ -92,8 +106,8 @@ void summariseSections(std::int32_t count, Json::Value& summary) {
     summary["SectionType"] = hexToGuidText(knownSectionTypes[0]);
     summary["MessageSeverity"] = "OK";
     if (count >= 1) {
-        // The record's own descriptors are deliberately not loaded: every record with sections is
-        // a warning about the null section type, and only the first of its sections would count.
+        // The record's own descriptors are deliberately not read. An empty one stands for them, so
+        // that every record with sections counts as a warning about the null section type.
         summariseSection(CperSectionDescriptor{}, count, summary);
     }
 }
@@ -118,4 +132,8 @@ int nvCperParse(const std::vector<std::uint8_t>& record, Json::Value& summary) {
     summary["EventType"] = "Event";
     summary["MessageId"] = "Platform.1.0.PlatformError";
     return 0;
+}
+
+std::string tavrisk::cperEventRecord(const Json::Value& summary) {
+    return Json::FastWriter{}.write(summary);
 }

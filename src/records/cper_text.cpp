@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "records/cper_text.hpp"
 
+#include "text/hex.hpp"
+
 #include <string_view>
 
 namespace {
@@ -26,12 +28,10 @@ std::string arrange(std::string_view form, std::string hex) {
 } // namespace
 
 std::string bytesToHex(const std::uint8_t* bytes, std::size_t count) {
-    constexpr std::string_view digits = "0123456789abcdef";
     std::string hex;
     hex.reserve(2 * count);
     for (std::size_t i = 0; i < count; ++i) {
-        hex += digits[bytes[i] >> 4];
-        hex += digits[bytes[i] & 0x0f];
+        hex.append(tavrisk::text::hexPair(bytes[i]).data(), 2);
     }
     return hex;
 }

@@ -2,6 +2,7 @@
 #include "records/digest.hpp"
 
 #include "log/diag_log.hpp"
+#include "text/hex.hpp"
 
 #include <openssl/evp.h>
 
@@ -9,11 +10,12 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <iomanip>
 #include <memory>
-#include <sstream>
+#include <new>
 
 namespace {
+
+constexpr auto logName = "SignIt";
 
 constexpr std::size_t digestSize = 64;
 constexpr std::size_t digestTextLength = 2 * digestSize;
@@ -23,34 +25,33 @@ struct FreeContext {
     void operator()(EVP_MD_CTX* context) const noexcept { EVP_MD_CTX_free(context); }
 };
 
-struct Free {
-    void operator()(char* text) const noexcept { std::free(text); }
-};
-
 using Context = std::unique_ptr<EVP_MD_CTX, FreeContext>;
 
 bool begin(const Context& context) {
     return context && EVP_DigestInit_ex(context.get(), EVP_sha512(), nullptr) == 1;
 }
 
-bool computeSha512(const std::uint8_t* data, std::uint32_t length, Digest& digest) {
-    constexpr auto logName = "SignIt";
-    diag_log(8, 7, "%s: Message: %s", logName, "512 INIT");
+bool computeSha512(std::span<const std::uint8_t> bytes, Digest& digest) {
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Message: %s", logName, "512 INIT");
     const Context context{EVP_MD_CTX_new()};
     bool good = begin(context);
-    diag_log(8, 7, "%s: Message: %s", logName, "512 UPDATE");
-    good = good && EVP_DigestUpdate(context.get(), data, length) == 1;
-    diag_log(8, 7, "%s: Message: %s", logName, "512 FINAL");
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Message: %s", logName, "512 UPDATE");
+    good = good && EVP_DigestUpdate(context.get(), bytes.data(), bytes.size()) == 1;
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Message: %s", logName, "512 FINAL");
     return good && EVP_DigestFinal_ex(context.get(), digest.data(), nullptr) == 1;
 }
 
 std::string toText(const Digest& digest) {
-    std::ostringstream text;
-    text << std::hex << std::setfill('0');
-    for (const unsigned byte : digest) {
-        text << std::setw(2) << byte;
+    std::string text;
+    text.reserve(digestTextLength);
+    for (const auto byte : digest) {
+        text.append(tavrisk::text::hexPair(byte).data(), 2);
     }
-    return text.str();
+    return text;
+}
+
+void logWantOfMemory() {
+    diag_log(LOG_USER, LOG_WARNING, "%s: Failed to allocate memory", logName);
 }
 
 } // namespace
@@ -59,44 +60,56 @@ void tavrisk::prepareDigests() {
     begin(Context{EVP_MD_CTX_new()});
 }
 
-int SignIt(const std::uint8_t* data, std::uint32_t length, char** text) {
-    if (data == nullptr || length == 0 || text == nullptr) {
-        diag_log(8, 4, "%s: Invalid parameters", __func__);
-        return -1;
+std::optional<std::string> tavrisk::sha512Text(std::span<const std::uint8_t> bytes) {
+    if (bytes.empty()) {
+        diag_log(LOG_USER, LOG_WARNING, "%s: Invalid parameters", logName);
+        return std::nullopt;
     }
-
     Digest digest{};
-    if (!computeSha512(data, length, digest)) {
-        diag_log(8, 4, "%s: Failed to compute hash", __func__);
-        return -1;
+    if (!computeSha512(bytes, digest)) {
+        diag_log(LOG_USER, LOG_WARNING, "%s: Failed to compute hash", logName);
+        return std::nullopt;
     }
-    diag_log(8, 7, "%s: SignIt: (%s)", __func__, "Memcpy");
-
-    *text = strdup(toText(digest).c_str());
-    if (*text == nullptr) {
-        diag_log(8, 4, "%s: Failed to allocate memory", __func__);
-        return -1;
+    diag_log(LOG_USER, LOG_DEBUG, "%s: SignIt: (%s)", logName, "Memcpy");
+    try {
+        auto text = toText(digest);
+        diag_log(LOG_USER, LOG_DEBUG, "%s: SignIt: (%s): (%s)", logName, "Done", text.c_str());
+        return text;
+    } catch (const std::bad_alloc&) {
+        logWantOfMemory();
+        return std::nullopt;
     }
-    diag_log(8, 7, "%s: SignIt: (%s): (%s)", __func__, "Done", *text);
-    return 0;
 }
 
 int validateBuffer(const std::string& validationString,
                    const std::vector<std::uint8_t>& logDataBuffer) {
-    char* signedText = nullptr;
-    const int result =
-        SignIt(logDataBuffer.data(), static_cast<std::uint32_t>(logDataBuffer.size()), &signedText);
-    const std::unique_ptr<char, Free> digestText{signedText};
-    if (result != 0) {
-        diag_log(8, 4, "%s: Failed to generate hash: %s", __func__, std::strerror(errno));
-        return result;
-    }
-
-    diag_log(8, 7, "%s: bufferh: %s", __func__, validationString.c_str());
-    diag_log(8, 7, "%s: calculated hash  %s", __func__, digestText.get());
-    if (std::strncmp(validationString.c_str(), digestText.get(), digestTextLength) != 0) {
+    const auto digestText = tavrisk::sha512Text(logDataBuffer);
+    if (!digestText) {
+        diag_log(LOG_USER, LOG_WARNING, "%s: Failed to generate hash: %s", __func__,
+                 std::strerror(errno));
         return -1;
     }
-    diag_log(8, 7, "%s: Hashes match", __func__);
+
+    diag_log(LOG_USER, LOG_DEBUG, "%s: bufferh: %s", __func__, validationString.c_str());
+    diag_log(LOG_USER, LOG_DEBUG, "%s: calculated hash  %s", __func__, digestText->c_str());
+    if (std::strncmp(validationString.c_str(), digestText->c_str(), digestTextLength) != 0) {
+        return -1;
+    }
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Hashes match", __func__);
+    return 0;
+}
+
+int SignIt(const std::uint8_t* data, std::uint32_t length, char** text) {
+    // Nothing is hashed for a result that has no place to go.
+    const bool usable = data != nullptr && text != nullptr;
+    const auto made = tavrisk::sha512Text({data, usable ? length : 0});
+    if (!made) {
+        return -1;
+    }
+    *text = strdup(made->c_str());
+    if (*text == nullptr) {
+        logWantOfMemory();
+        return -1;
+    }
     return 0;
 }

@@ -2,25 +2,22 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
 namespace tavrisk {
 
-/** Has the library make what it makes once. At the first digest, want of memory for it would end
- *  the program, or every later digest with it; at its start nothing is lost by that. */
+/** Has OpenSSL set itself up, which it would do at the first digest otherwise: want of memory would
+ *  end the program then, or have every later digest fail. At the start nothing is lost by that. */
 void prepareDigests();
 
-} // namespace tavrisk
+/** The digest text of the bytes: their SHA-512 as 128 lower-case hexadecimal digits. Nothing when
+ *  there are no bytes, or no digest could be made; the diagnostic log says why. */
+std::optional<std::string> sha512Text(std::span<const std::uint8_t> bytes);
 
-/**
- * Makes the digest text of `length` bytes at `data`: their SHA-512 as 128 lower-case hexadecimal
- * digits. `*text` receives it as a NUL-terminated string that the caller releases with `free`.
- *
- * Returns 0, or -1 when a pointer is null, `length` is 0, or the digest or its text could not be
- * made; `*text` then keeps its value, or is null when only the text could not be allocated.
- */
-int SignIt(const std::uint8_t* data, std::uint32_t length, char** text);
+} // namespace tavrisk
 
 /**
  * Tells whether the first 128 characters of `validationString` are the digest text of the buffer.
@@ -29,3 +26,13 @@ int SignIt(const std::uint8_t* data, std::uint32_t length, char** text);
  */
 int validateBuffer(const std::string& validationString,
                    const std::vector<std::uint8_t>& logDataBuffer);
+
+/**
+ * sha512Text() in the form that others are promised, for `length` bytes at `data`. `*text` receives
+ * a NUL-terminated string that the caller releases with `free`.
+ *
+ * Returns 0, or -1 when a pointer is null, `length` is 0, or the digest or its text could not be
+ * made; `*text` then keeps its value, or is null when only the copy of the text could not be
+ * allocated.
+ */
+int SignIt(const std::uint8_t* data, std::uint32_t length, char** text);

@@ -33,7 +33,7 @@ JsonOutline::Step JsonOutline::readValue() noexcept {
     Value unwanted;
     Value& value = wanted_ != nullptr ? *wanted_ : unwanted;
     const Value* place = std::exchange(wanted_, nullptr);
-    // Of a member that comes again nothing stays.
+    // This may be the second member of its name, and nothing of the first is to stay.
     if (place == &values_[messageArgs]) {
         values_[firstArgument] = {};
     } else if (place == &values_[cper]) {
@@ -157,13 +157,14 @@ JsonOutline::Step JsonOutline::readNextMember() noexcept {
 
 namespace {
 
-// Six bytes for each of the longest message's: one that is longer is none of those looked for.
+// An escaped character takes six bytes, and no text that is looked for has more than 64: a longer
+// one is none of them.
 constexpr std::size_t longestCompared = std::size_t{6} * 64;
 
 } // namespace
 
-/** All of what may be a device's name. Of what is only compared, something as different from all
- *  that it is compared with. */
+/** All of a text that may be a device's name. For one that is only compared, it may be a shorter
+ *  one that equals nothing it is compared with either. */
 std::string_view JsonOutline::textOf(const Value& value, bool isDevice) {
     switch (value.kind) {
     case Kind::object:

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zel/reader.hpp"
 
-#include "zel/store.hpp"
+#include "zel/layout.hpp"
 
 #include <json/reader.h>
 #include <json/value.h>
@@ -19,14 +19,9 @@
 #include <limits>
 #include <memory>
 #include <string_view>
-#include <thread>
 
-namespace tavrisk::zelctl {
+namespace tavrisk::zel {
 namespace {
-
-using zel::Connection;
-using zel::SqliteError;
-using zel::Statement;
 
 constexpr std::chrono::seconds patience{5};
 constexpr int pageSize = 500;
@@ -41,17 +36,8 @@ bool mayPass(const SqliteError& error) {
 
 template <typename Read>
 auto patiently(Read read) {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
-    for (;;) {
-        try {
-            return read();
-        } catch (const SqliteError& error) {
-            if (!mayPass(error) || std::chrono::steady_clock::now() > deadline) {
-                throw;
-            }
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds{20});
-    }
+    return retryUntil(std::chrono::steady_clock::now() + patience, std::chrono::milliseconds{20},
+                      mayPass, read);
 }
 
 bool exists(const std::string& path) {
@@ -101,10 +87,10 @@ private:
 Connection connect(const std::string& path, bool immutable) {
     struct stat status {};
     if (stat(path.c_str(), &status) != 0 || access(path.c_str(), R_OK) != 0) {
-        throw Problem{path + ": " + std::strerror(errno)}; // NOLINT(concurrency-mt-unsafe)
+        throw Unreadable{path + ": " + std::strerror(errno)}; // NOLINT(concurrency-mt-unsafe)
     }
     if (!S_ISREG(status.st_mode)) {
-        throw Problem{path + ": is not a file"};
+        throw Unreadable{path + ": is not a file"};
     }
     constexpr int flags = SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX;
     Connection connection = immutable ? Connection{immutableUri(path), flags | SQLITE_OPEN_URI}
@@ -157,7 +143,7 @@ const std::string& LogEntry::device() const {
 LogReader::LogReader(const std::string& path, bool immutable)
     : immutable_{immutable},
       connection_{connect(path, immutable)},
-      schemaVersion_{zel::checkedSchemaVersion(connection_)} {}
+      schemaVersion_{checkedSchemaVersion(connection_)} {}
 
 LogReader LogReader::open(const std::string& path) {
     try {
@@ -165,23 +151,23 @@ LogReader LogReader::open(const std::string& path) {
             const NoStops whileOpening;
             return LogReader{path, mustBeReadAsItStands(path)};
         });
-    } catch (const zel::Refused& refused) {
-        throw Problem{path +
-                      (refused.reason() == zel::Refused::Reason::newer
-                           ? " was written by a later version of this program"
-                           : " is damaged, or no event log") +
-                      "; it is left as it is"};
+    } catch (const Refused& refused) {
+        throw Unreadable{path +
+                         (refused.reason() == Refused::Reason::newer
+                              ? " was written by a later version of this program"
+                              : " is damaged, or no event log") +
+                         "; it is left as it is"};
     } catch (const SqliteError& error) {
-        throw Problem{path + " cannot be read: " + error.what() +
-                      (exists(path + "-wal") && !exists(path + "-shm")
-                           ? "; its -shm file is missing, and cannot be made beside it"
-                           : "")};
+        throw Unreadable{path + " cannot be read: " + error.what() +
+                         (exists(path + "-wal") && !exists(path + "-shm")
+                              ? "; its -shm file is missing, and cannot be made beside it"
+                              : "")};
     }
 }
 
 Health LogReader::health() const {
     return patiently([this] {
-        const zel::Transaction view{connection_, zel::Transaction::Kind::read};
+        const Transaction view{connection_, Transaction::Kind::read};
         Health health{};
         health.schemaVersion = schemaVersion_;
         if (schemaVersion_ == 0) { // an empty file, about to be laid out
@@ -315,15 +301,8 @@ void LogReader::findDamagedEntries(std::vector<std::string>& damage) const {
     }
 }
 
-bool LogReader::hasMoved() const {
-    int moved = 0;
-    const int result =
-        sqlite3_file_control(connection_.get(), "main", SQLITE_FCNTL_HAS_MOVED, &moved);
-    return result != SQLITE_OK || moved != 0;
-}
-
 bool LogReader::seesNewEntries() const {
     return !immutable_ && schemaVersion_ != 0;
 }
 
-} // namespace tavrisk::zelctl
+} // namespace tavrisk::zel

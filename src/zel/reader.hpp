@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-namespace tavrisk::zelctl {
+namespace tavrisk::zel {
 
-/** What keeps a command from being done, as a sentence for the user. */
-class Problem final : public std::runtime_error {
+/** Why the log cannot be read, as a sentence for the user. */
+class Unreadable final : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
@@ -63,7 +63,7 @@ struct Health {
  */
 class LogReader {
 public:
-    /** Raises Problem when there is no database, and when it is not one this program reads. */
+    /** Raises Unreadable when there is no database, and when it is not one this program reads. */
     static LogReader open(const std::string& path);
 
     [[nodiscard]] Health health() const;
@@ -79,7 +79,7 @@ public:
     [[nodiscard]] std::vector<std::string> findDamage() const;
 
     /** Whether the path no longer leads to what was opened. */
-    [[nodiscard]] bool hasMoved() const;
+    [[nodiscard]] bool hasMoved() const { return connection_.hasMoved(); }
 
     /** Whether entries written from now on can be seen; if not, another reader may. */
     [[nodiscard]] bool seesNewEntries() const;
@@ -92,8 +92,8 @@ private:
     void findDamagedEntries(std::vector<std::string>& damage) const;
 
     bool immutable_; // taken as a file that nobody writes to
-    zel::Connection connection_;
+    Connection connection_;
     std::int64_t schemaVersion_;
 };
 
-} // namespace tavrisk::zelctl
+} // namespace tavrisk::zel

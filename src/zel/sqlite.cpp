@@ -39,6 +39,12 @@ std::string Connection::queryText(const char* sql) const {
     return statement.step() ? statement.text(0) : std::string{};
 }
 
+bool Connection::hasMoved() const {
+    int moved = 0;
+    const int result = sqlite3_file_control(get(), "main", SQLITE_FCNTL_HAS_MOVED, &moved);
+    return result != SQLITE_OK || moved != 0;
+}
+
 Statement::Statement(const Connection& connection, std::string_view sql) {
     sqlite3_stmt* prepared = nullptr;
     const int result = sqlite3_prepare_v2(connection.get(), sql.data(),

@@ -3,11 +3,13 @@
 
 #include <sqlite3.h>
 
+#include <chrono>
 #include <cstdint>
 #include <exception>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <thread>
 
 namespace tavrisk::zel {
 
@@ -39,6 +41,9 @@ public:
     /** The first value of the first row. */
     [[nodiscard]] std::int64_t queryInteger(const char* sql) const;
     [[nodiscard]] std::string queryText(const char* sql) const;
+
+    /** Whether the path no longer leads to the file that is open. */
+    [[nodiscard]] bool hasMoved() const;
 
 private:
     struct Close {
@@ -89,5 +94,22 @@ public:
 private:
     const Connection* connection_;
 };
+
+/** Does what `body` does, again after each `pause` while it fails with an error that may pass, and
+ *  until the deadline. Returns what it returns, or raises what it raises last. */
+template <typename MayPass, typename Body>
+auto retryUntil(std::chrono::steady_clock::time_point deadline, std::chrono::milliseconds pause,
+                MayPass mayPass, Body body) {
+    for (;;) {
+        try {
+            return body();
+        } catch (const SqliteError& error) {
+            if (!mayPass(error) || std::chrono::steady_clock::now() > deadline) {
+                throw;
+            }
+        }
+        std::this_thread::sleep_for(pause);
+    }
+}
 
 } // namespace tavrisk::zel

@@ -2,36 +2,17 @@
 #include "zel/store.hpp"
 
 #include "text/utc_time.hpp"
+#include "zel/layout.hpp"
 
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <array>
 #include <chrono>
 #include <filesystem>
 #include <system_error>
-#include <thread>
 
 namespace tavrisk::zel {
 namespace {
-
-// Step N takes a database from layout N to N + 1; an empty one takes them all. A step that has
-// once been released stays as it is.
-constexpr std::array schemaSteps{
-    "CREATE TABLE entries ("
-    " sequence INTEGER PRIMARY KEY AUTOINCREMENT,"
-    " time TEXT NOT NULL,"
-    " message_id TEXT NOT NULL,"
-    " severity INTEGER NOT NULL,"
-    " arguments TEXT NOT NULL);"
-    "PRAGMA user_version = 1",
-
-    "CREATE TABLE state ("
-    " dropped INTEGER NOT NULL," // entries that the cap has dropped so far
-    " last_clear TEXT);"
-    "INSERT INTO state (dropped) VALUES (0);"
-    "PRAGMA user_version = 2",
-};
 
 // How long other processes may hold the database before a write is given up.
 constexpr std::chrono::seconds patience{10};
@@ -52,16 +33,6 @@ void makeDirectory(const std::filesystem::path& directory) {
     }
 }
 
-void migrate(const Connection& connection) {
-    Transaction transaction{connection};
-    // Read again: another process may have been here first.
-    const auto version = connection.queryInteger("PRAGMA user_version");
-    for (auto step = version; step < schemaVersion; ++step) {
-        connection.execute(schemaSteps.at(static_cast<std::size_t>(step)));
-    }
-    transaction.commit();
-}
-
 Connection openForWriting(const std::string& path) {
     Connection connection{path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX};
     sqlite3_busy_timeout(connection.get(),
@@ -77,24 +48,17 @@ Connection openForWriting(const std::string& path) {
                        "PRAGMA wal_autocheckpoint = 256;"
                        "PRAGMA journal_size_limit = 1048576");
     if (version < schemaVersion) {
-        migrate(connection);
+        bringUpToDate(connection);
     }
     return connection;
 }
 
 /** SQLite does not wait by itself while another process turns a new database into a WAL one. */
 Connection openPatiently(const std::string& path) {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
-    for (;;) {
-        try {
-            return openForWriting(path);
-        } catch (const SqliteError& error) {
-            if (error.code() != SQLITE_BUSY || std::chrono::steady_clock::now() > deadline) {
-                throw;
-            }
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds{5});
-    }
+    return retryUntil(
+        std::chrono::steady_clock::now() + patience, std::chrono::milliseconds{5},
+        [](const SqliteError& error) { return error.code() == SQLITE_BUSY; },
+        [&path] { return openForWriting(path); });
 }
 
 /** Wakes readers that watch the directory. What a commit writes can be seen there before its
@@ -110,49 +74,8 @@ void announce(const Connection& connection) {
 
 } // namespace
 
-const std::int64_t schemaVersion = schemaSteps.size();
-
-std::int64_t checkedSchemaVersion(const Connection& connection) {
-    try {
-        // One view of the whole: another process may be making the tables right now.
-        const Transaction view{connection, Transaction::Kind::read};
-        const auto version = connection.queryInteger("PRAGMA user_version");
-        if (version > schemaVersion) {
-            throw Refused{Refused::Reason::newer};
-        }
-        const bool foreign =
-            version < 0 ||
-            (version == 0 && connection.queryInteger("SELECT count(*) FROM sqlite_schema") != 0);
-        if (foreign || connection.queryText("PRAGMA quick_check(1)") != "ok") {
-            throw Refused{Refused::Reason::damaged};
-        }
-        // Tables of other names or columns do not let themselves be asked for these.
-        if (version >= 1) {
-            Statement{connection, "SELECT sequence, time, message_id, severity, arguments, seq"
-                                  " FROM entries, sqlite_sequence"};
-        }
-        if (version >= 2) {
-            Statement{connection, "SELECT dropped, last_clear FROM state"};
-        }
-        return version;
-    } catch (const SqliteError& error) {
-        if (error.code() == SQLITE_NOTADB || error.code() == SQLITE_CORRUPT ||
-            error.code() == SQLITE_ERROR) {
-            throw Refused{Refused::Reason::damaged};
-        }
-        throw;
-    }
-}
-
 Store::Store(const std::string& path)
     : connection_{(makeDirectory(std::filesystem::path{path}.parent_path()), openPatiently(path))} {
-}
-
-bool Store::hasMoved() const {
-    int moved = 0;
-    const int result =
-        sqlite3_file_control(connection_.get(), "main", SQLITE_FCNTL_HAS_MOVED, &moved);
-    return result != SQLITE_OK || moved != 0;
 }
 
 void Store::append(std::span<const Entry> entries, std::int64_t maxEntries) {

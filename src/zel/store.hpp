@@ -4,11 +4,9 @@
 #include "zel/sqlite.hpp"
 
 #include <cstdint>
-#include <exception>
 #include <span>
 #include <string>
 
-/** The database behind the embedded event log: its layout, and the one way to write to it. */
 namespace tavrisk::zel {
 
 struct Entry {
@@ -17,28 +15,6 @@ struct Entry {
     std::uint16_t severity;
     std::string arguments; // a JSON array of strings
 };
-
-/** A database that is left alone, for fear of destroying what it holds. */
-class Refused final : public std::exception {
-public:
-    enum class Reason { newer, damaged };
-
-    explicit Refused(Reason reason) : reason_{reason} {}
-    [[nodiscard]] Reason reason() const noexcept { return reason_; }
-    [[nodiscard]] const char* what() const noexcept override {
-        return reason_ == Reason::newer ? "written by a later version" : "damaged";
-    }
-
-private:
-    Reason reason_;
-};
-
-/** The layout this version writes; `PRAGMA user_version` holds the layout of a database. */
-extern const std::int64_t schemaVersion;
-
-/** The layout of an open database, 0 for an empty one. Raises Refused for a later layout, for a
- *  database of something else and for one whose pages do not hold together. */
-std::int64_t checkedSchemaVersion(const Connection& connection);
 
 /** A database opened for writing, by one thread at a time; other processes may have it open too.
  *  After each change, the write-ahead log in the database's directory is opened and closed once
@@ -50,7 +26,7 @@ public:
     explicit Store(const std::string& path);
 
     /** Whether the path no longer leads to the file that is open. */
-    [[nodiscard]] bool hasMoved() const;
+    [[nodiscard]] bool hasMoved() const { return connection_.hasMoved(); }
 
     /** Adds the entries in their order, and drops the oldest ones beyond `maxEntries`. All are on
      *  the disk when this returns; none is when it raises. */

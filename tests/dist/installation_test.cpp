@@ -3,7 +3,6 @@
 
 #include <array>
 #include <filesystem>
-#include <regex>
 #include <set>
 #include <sstream>
 
@@ -121,10 +120,9 @@ TEST(Installation, HoldsWhatAnImageNeedsAndNothingElse) {
                                    static_cast<unsigned>(entry.status().permissions())));
             expectPromised(path);
             const auto content = readFile(path);
-            static const std::regex placeholder{"@[a-z_]+@"};
             EXPECT_TRUE(content.starts_with("\x7f"
                                             "ELF") ||
-                        !std::regex_search(content, placeholder))
+                        !has(content, "@[a-z_]+@"))
                 << path;
         }
     }

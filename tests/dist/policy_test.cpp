@@ -174,6 +174,7 @@ TEST_F(OnBusWithInstalledPolicy, OnlyRootAndTheServiceUserOwnTheName) {
     for (const auto& [user, expected] : std::vector<std::pair<std::string, int>>{
              {"member", -EACCES}, {"outsider", -EACCES}, {"root", 1}, {"tavrisk", 1}}) {
         SCOPED_TRACE(user);
+        SCOPED_TRACE(user);
         auto peer = as(user, [] { return Peer{}; });
         EXPECT_EQ(sd_bus_request_name(peer.bus(), service,
                                       SD_BUS_NAME_REPLACE_EXISTING | SD_BUS_NAME_ALLOW_REPLACEMENT),

@@ -6,14 +6,14 @@
 #include <cstdlib>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    std::int32_t event = 0;
-    char* device = nullptr;
-    std::uint32_t severity = 0;
-    const bool reportable = checkRedfishData({data, size}, event, device, severity) == 1;
-    if (reportable != (device != nullptr) ||
-        reportable != (tavrisk::findMessage(event) != nullptr)) {
+    const auto verdict = tavrisk::classify({data, size});
+    const bool isBad =
+        verdict.severity.value_or(tavrisk::Severity::other) != tavrisk::Severity::other;
+    const bool good = verdict.event
+                          ? isBad && tavrisk::findMessage(verdict.event->number) != nullptr
+                          : !verdict.reason.empty();
+    if (!good) {
         std::abort();
     }
-    std::free(device);
     return 0;
 }

@@ -1,5 +1,3 @@
 // SPDX-License-Identifier: Apache-2.0
 // What every test includes, compiled once.
 #include "../world.hpp"
-
-#include <regex>

@@ -44,6 +44,10 @@ unsigned sleep(unsigned seconds) {
 int nanosleep(const timespec* request, timespec*) {
     const OfAStandIn ours;
     record("nanosleep " + std::to_string(request->tv_sec));
+    // A test that holds the monitor here lets it go on by a file, which counts once.
+    while (access("/run/hold", F_OK) == 0 && unlink("/run/next") != 0) {
+        usleep(1'000);
+    }
     return scaled(request->tv_sec, request->tv_nsec);
 }
 

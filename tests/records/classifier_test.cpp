@@ -137,6 +137,8 @@ TEST_P(Classifier, DecidesWhatToReport) {
     EXPECT_EQ(number, c.event);
     EXPECT_EQ(severity, c.severity);
     EXPECT_STREQ(device, c.result == 1 ? c.device : nullptr);
+    const auto reported = tavrisk::classify(bytes(c.record)).event;
+    EXPECT_EQ(reported ? reported->device : "", c.device);
     EXPECT_THAT(recorded().back(), ::testing::EndsWith(c.lastLine));
 }
 

@@ -22,22 +22,26 @@ TEST_F(RecordParser, TellsAndSummarisesUnusualRecords) {
     const auto section = line + "Prsing data offset 0, len 0 ,sc ";
     const std::string type = ", temp 00000000000000000000000000000000";
     struct Case {
+        const char* name;
         Bytes record;
         Lines lines;
         std::string timestamp;
     };
     const std::vector<Case> cases{
-        {record("", "\x01\x01", "\x02\x01"),
+        {"no section header",
+         record("", "\x01\x01", "\x02\x01"),
          {line + "43 50 45 52", line + "Parsing data R \x01\x01,sc \x02\x01, sig CPER",
           section + "12" + type},
          "00_00_0000_000000"},
         // A zero byte ends what is printed of raw bytes.
-        {record("\xff\x61\0\x62"s, "\0\x01"s, "\0\x01"s),
+        {"late and with zero bytes",
+         record("\xff\x61\0\x62"s, "\0\x01"s, "\0\x01"s),
          {line + "ff 61 0 62", line + "CPER signature \xff\x61" + "assumed to be 4 bytes later",
           line + "Parsing data R ,sc , sig CPER", section + "10" + type},
          "00_00_0000_000000"},
         // What is no record at all is read like one that begins four bytes later.
-        {Bytes(100, 0xff),
+        {"no record",
+         Bytes(100, 0xff),
          {line + "ff ff ff ff",
           line + "CPER signature \xff\xff\xff\xff" + "assumed to be 4 bytes later",
           line + "Parsing data R \xff\xff,sc \xff\xff, sig \xff\xff\xff\xff",
@@ -46,6 +50,7 @@ TEST_F(RecordParser, TellsAndSummarisesUnusualRecords) {
     };
     Json::Value summary;
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
         forgetRecorded();
         EXPECT_EQ(nvCperParse(c.record, summary), 0);
         EXPECT_EQ(recorded(), c.lines);

@@ -147,7 +147,7 @@ TEST_F(Tavriskctl, ExplainsWithoutADaemonAndWithoutATrace) {
     };
     writeFile("/run/long", named(1024));
     writeFile("/run/longest", named(1023));
-    writeFile("/run/text", "{\n \"CPER\":{},\"EventType\":\"Event\",\"Severity\":\"Warning\"}");
+    writeFile("/run/text", "{\n \"CPER\":{},\"EventType\":\"Event\",\"Severity\":\"Critical\"}");
     writeFile("/run/hostile", "{\"EventType\":\"Event\",\"Severity\":\"OK\",\"Message\":"
                               "\"a\\u001b[1m\u202e\u202c\",\"Resolution\":\"b\\nc\"}");
     const std::string said = "standard input: ";
@@ -162,7 +162,7 @@ TEST_F(Tavriskctl, ExplainsWithoutADaemonAndWithoutATrace) {
         {"explain - </run/long", 0,
          said + "not reported: the event log takes no device name of more than 1023 bytes"},
         {"explain - </run/longest", 0, said + "reported as HMC0002"},
-        {"explain - </run/text", 0, said + "reported as HMC0002"},
+        {"explain - </run/text", 0, said + "reported as HMC0001, critical, device \"\": A"},
         {"explain - </run/e", 0, said + "not reported: its Severity is of the wrong type"},
         {"explain - </run/hostile", 0,
          said + "a\\x1b[1m\\xe2\\x80\\xae\\xe2\\x80\\xac\n  not reported: neither its Severity nor "

@@ -2,7 +2,7 @@
 #include "daemon/events/worker.hpp"
 
 #include "contract/platform/kelp.h"
-#include "daemon/events/generate_event.hpp"
+#include "daemon/events/submission.hpp"
 #include "daemon/threads/thread.hpp"
 #include "log/diag_log.hpp"
 #include "records/classifier.hpp"
@@ -14,7 +14,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
-#include <cstdlib>
 #include <exception>
 #include <memory>
 #include <system_error>
@@ -59,36 +58,21 @@ private:
     void* handle_;
 };
 
-struct Free {
-    void operator()(char* text) const noexcept { std::free(text); }
-};
-
-struct Event {
-    std::int32_t number = 1;
-    std::uint32_t severity = severityOther;
-    std::unique_ptr<char, Free> device;
-};
-
-bool classify(std::span<const std::uint8_t> eventData, Event& event) {
-    char* device = nullptr;
-    const bool reportable = checkRedfishData(eventData, event.number, device, event.severity) != 0;
-    event.device.reset(device);
-    return reportable;
-}
-
-void report(const Event& event) {
+void report(const tavrisk::Event& event, tavrisk::Severity severity) {
     const ClientDescriptor client;
     const InitialisationBlock block{.client = &client};
     void* opened = nullptr;
     if (const auto result = kelpc_initialize(&opened, &block)) {
-        diag_log(8, 4, "%s : kelpc_initialize failed, rc = %d \n", logName, result);
+        diag_log(LOG_USER, LOG_WARNING, "%s : kelpc_initialize failed, rc = %d \n", logName,
+                 result);
         return;
     }
     const StoreConnection store{opened};
 
-    if (const auto result = tavrisk_generate_event(event.number, store.handle(), event.device.get(),
-                                                   event.severity)) {
-        diag_log(8, 4, "%s : tavrisk_generate_event failed, rc = %d \n", logName, result);
+    if (const auto result = tavrisk_generate_event(event.number, store.handle(),
+                                                   event.device.c_str(), code(severity))) {
+        diag_log(LOG_USER, LOG_WARNING, "%s : tavrisk_generate_event failed, rc = %d \n", logName,
+                 result);
     }
 }
 
@@ -97,24 +81,23 @@ void report(const Event& event) {
 void zel_wux_fault_logging_thread(std::vector<std::uint8_t> eventData) {
     pthread_setname_np(pthread_self(), "tavrisk-worker"); // The unit waits for it at a stop.
     try {
-        Event event;
-        const bool reportable = classify(eventData, event);
+        const auto verdict = tavrisk::classify(eventData);
         // Reporting may take long, and many workers may be at it: none keeps its record meanwhile.
         std::vector<std::uint8_t>{}.swap(eventData);
-        if (reportable) {
-            report(event);
+        if (verdict.event) {
+            report(*verdict.event, *verdict.severity);
         }
     } catch (const std::exception& e) {
         // One event is lost for want of memory; the daemon is not.
-        diag_log(8, 4, "%s : event dropped: %s\n", logName, e.what());
+        diag_log(LOG_USER, LOG_WARNING, "%s : event dropped: %s\n", logName, e.what());
     }
 }
 
 namespace {
 
-/** A worker gets of a large record only what is read of it: a burst of them would otherwise be in
- *  memory as often as workers are behind. Looking for that holds the bus up for a few times what
- * the digest takes. */
+/** What the classifier reads of a large record, which is all that a worker gets of it: otherwise a
+ *  burst of them would be in memory once for every worker that is behind. Outlining a record takes
+ *  the bus thread a few times as long as its digest. */
 std::vector<std::uint8_t> whatIsRead(std::vector<std::uint8_t> eventData) {
     constexpr std::size_t large = 65'536;
     if (eventData.size() < large) {
@@ -124,7 +107,7 @@ std::vector<std::uint8_t> whatIsRead(std::vector<std::uint8_t> eventData) {
     return {text.begin(), text.end()};
 }
 
-// No worker has ended since a thread was refused for a whole second.
+// A thread was refused for a whole second, and no worker has ended since.
 constinit std::atomic<bool> refused{false};
 
 } // namespace
@@ -142,8 +125,8 @@ void startWorker(std::vector<std::uint8_t> eventData) {
             tavrisk::startThread(body);
             return;
         } catch (const std::system_error&) {
-            // Other callers wait meanwhile, so that only the first of a row of refusals is waited
-            // on.
+            // The bus thread serves nobody while it waits here: it does so for the first of several
+            // refusals in a row only.
             if (refused || pauses == 0) {
                 refused = true;
                 throw;

@@ -3,12 +3,11 @@
 
 #include "contract/places.hpp"
 #include "daemon/events/worker.hpp"
-#include "daemon/intake/data_tree.hpp"
+#include "daemon/intake/data_file.hpp"
 #include "log/diag_log.hpp"
 #include "records/cper_parser.hpp"
 
 #include <json/value.h>
-#include <json/writer.h>
 
 namespace {
 
@@ -17,11 +16,11 @@ constexpr auto logName = "createLogServiceEntry";
 /** At the level that follows the summary's severity. The blanks differ on purpose. */
 void logReceived(const Json::Value& severity, const std::string& json) {
     if (severity == "Critical") {
-        diag_log(8, 2, "%s: received CPER: (summary) %s", logName, json.c_str());
+        diag_log(LOG_USER, LOG_CRIT, "%s: received CPER: (summary) %s", logName, json.c_str());
     } else if (severity == "Warning") {
-        diag_log(8, 4, "%s: received CPER: (summary)  %s", logName, json.c_str());
+        diag_log(LOG_USER, LOG_WARNING, "%s: received CPER: (summary)  %s", logName, json.c_str());
     } else {
-        diag_log(8, 6, "%s: received CPER: (summary)  %s", logName, json.c_str());
+        diag_log(LOG_USER, LOG_INFO, "%s: received CPER: (summary)  %s", logName, json.c_str());
     }
 }
 
@@ -30,27 +29,29 @@ void logReceived(const Json::Value& severity, const std::string& json) {
 // By value like every function that the intake hands on to.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 int createLogServiceEntry(std::vector<std::uint8_t> logDataBuffer, std::string validationString) {
-    diag_log(8, 7, "%s: Processing data file: %s", logName, validationString.c_str());
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Processing data file: %s", logName,
+             validationString.c_str());
     Json::Value summary;
     if (const int result = nvCperParse(logDataBuffer, summary)) {
-        diag_log(8, 7, "%s: NV CPER parse failed : %d", logName, result);
+        diag_log(LOG_USER, LOG_DEBUG, "%s: NV CPER parse failed : %d", logName, result);
         return result;
     }
 
     const auto path = tavrisk::dataRoot + (tavrisk::rawCperDirectory + validationString + "." +
                                            summary["Timestamp"].asString());
-    diag_log(8, 7, "%s: Attempt data write to file: %s", logName, path.c_str());
-    // Only an exception ends it here: without a file the event still goes on.
-    if (tavrisk::writeDataFile(logName, path, logDataBuffer) == -1) {
-        return -1;
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Attempt data write to file: %s", logName, path.c_str());
+    // Only an exception ends the call here: an event whose file could not be written is reported.
+    const auto kept = tavrisk::writeDataFile(logName, path, logDataBuffer);
+    if (kept == tavrisk::Kept::failed) {
+        return static_cast<int>(kept);
     }
 
-    diag_log(8, 7, "%s: Convert JSON to byte stream of JSON", logName);
-    const std::string json = Json::FastWriter{}.write(summary);
-    diag_log(8, 7, "%s:j.dump(summary) %s", logName, json.c_str());
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Convert JSON to byte stream of JSON", logName);
+    const auto json = tavrisk::cperEventRecord(summary);
+    diag_log(LOG_USER, LOG_DEBUG, "%s:j.dump(summary) %s", logName, json.c_str());
     logReceived(summary["MessageSeverity"], json);
 
-    diag_log(8, 7, "%s: send basic to ze loging function", logName);
+    diag_log(LOG_USER, LOG_DEBUG, "%s: send basic to ze loging function", logName);
     startWorker(std::vector<std::uint8_t>{json.begin(), json.end()});
     return 0;
 }

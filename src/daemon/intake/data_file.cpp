@@ -2,34 +2,60 @@
 #include "daemon/intake/data_file.hpp"
 
 #include "contract/places.hpp"
-#include "daemon/events/worker.hpp"
-#include "daemon/intake/data_tree.hpp"
 #include "log/diag_log.hpp"
 
-#include <ctime>
-#include <exception>
-#include <utility>
+#include <sys/stat.h>
 
-int SaveData(const std::string& validationString, const std::vector<std::uint8_t>& logDataBuffer) {
-    if (validationString.empty()) {
-        return -1;
+#include <exception>
+#include <fstream>
+
+namespace tavrisk {
+namespace {
+
+constexpr mode_t dataFileMode = 0774;
+
+Kept createDataFile(const char* logName, const std::string& path,
+                    std::span<const std::uint8_t> bytes) {
+    std::ofstream file;
+    // Without a buffer a full file system fails the write, not a close that nobody looks at.
+    file.rdbuf()->pubsetbuf(nullptr, 0);
+    file.open(path, std::ios::out | std::ios::trunc | std::ios::binary);
+    if (!file.is_open()) {
+        diag_log(LOG_USER, LOG_WARNING, "%s: Failed opening data file: %s", logName, path.c_str());
+        return Kept::notOpened;
     }
-    return tavrisk::writeDataFile(
-        __func__, tavrisk::dataRoot + (tavrisk::dumpDirectory + validationString), logDataBuffer);
+
+    Kept result = Kept::yes;
+    file.write(reinterpret_cast<const char*>(bytes.data()),
+               static_cast<std::streamsize>(bytes.size()));
+    if (!file.good()) {
+        diag_log(LOG_USER, LOG_WARNING, "%s: Failed writing data file: %s", logName, path.c_str());
+        result = Kept::notWritten;
+    }
+    file.close();
+    chmod(path.c_str(), dataFileMode);
+    return result;
 }
 
-int tavrisk_daemon_thread(std::vector<std::uint8_t> logDataBuffer, std::string validationString) {
-    const auto path =
-        tavrisk::dataRoot + std::move(validationString) + "." + std::to_string(time(nullptr));
-    const int result = tavrisk::writeDataFile(__func__, path, logDataBuffer);
-    if (result == -1) {
-        return result;
-    }
+} // namespace
+
+Kept writeDataFile(const char* logName, const std::string& path,
+                   std::span<const std::uint8_t> bytes) {
     try {
-        startWorker(std::move(logDataBuffer));
-    } catch (const std::exception& e) {
-        diag_log(8, 4, "%s: Failed starting worker thread: %s", __func__, e.what());
-        return -1;
+        return createDataFile(logName, path, bytes);
+    } catch (const std::exception&) {
+        diag_log(LOG_USER, LOG_WARNING, "%s: Failed writing data file: %s", logName, path.c_str());
+        return Kept::failed;
     }
-    return result;
+}
+
+} // namespace tavrisk
+
+int SaveData(const std::string& validationString, const std::vector<std::uint8_t>& logDataBuffer) {
+    using tavrisk::Kept;
+    if (validationString.empty()) {
+        return static_cast<int>(Kept::failed);
+    }
+    const auto path = tavrisk::dataRoot + (tavrisk::dumpDirectory + validationString);
+    return static_cast<int>(tavrisk::writeDataFile(__func__, path, logDataBuffer));
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -14,11 +15,19 @@
  */
 int SaveData(const std::string& validationString, const std::vector<std::uint8_t>& logDataBuffer);
 
-/**
- * Keeps an event record as /var/run/hmc/ + `validationString` + "." + seconds since the epoch, mode
- * 0774, and starts a detached fault logging worker that owns the bytes from then on.
- *
- * Returns the file's result, 0, -2 or -3 as above; the worker runs all the same. -1 when an
- * exception came up or the worker could not be started: then there is none.
- */
-int tavrisk_daemon_thread(std::vector<std::uint8_t> logDataBuffer, std::string validationString);
+namespace tavrisk {
+
+/** What became of data that was to be kept; the numbers are what the intake's functions return. */
+enum class Kept : int {
+    yes = 0,
+    failed = -1, // No name, or an exception.
+    notOpened = -2,
+    notWritten = -3
+};
+
+/** Creates or replaces the file with exactly these bytes and gives it mode 0774. `logName` stands
+ *  in the warnings. */
+Kept writeDataFile(const char* logName, const std::string& path,
+                   std::span<const std::uint8_t> bytes);
+
+} // namespace tavrisk

@@ -2,7 +2,7 @@
 #include "daemon/intake/request.hpp"
 
 #include "daemon/intake/cper_record.hpp"
-#include "daemon/intake/data_file.hpp"
+#include "daemon/intake/event_record.hpp"
 #include "log/diag_log.hpp"
 #include "records/digest.hpp"
 
@@ -15,16 +15,18 @@ using HandOn = int (*)(std::vector<std::uint8_t>, std::string);
 int takeIn(const char* logName, HandOn handOn, const std::string& validationString,
            std::vector<std::uint8_t> logDataBuffer) {
     if (validationString.empty() || logDataBuffer.empty()) {
-        diag_log(8, 4, "%s : validationString or logDataBuffer is empty \n", logName);
+        diag_log(LOG_USER, LOG_WARNING, "%s : validationString or logDataBuffer is empty \n",
+                 logName);
         return 2;
     }
     if (const int result = validateBuffer(validationString, logDataBuffer)) {
-        diag_log(8, 4, "%s : validateBuffer failed, rc = %d \n", logName, result);
+        diag_log(LOG_USER, LOG_WARNING, "%s : validateBuffer failed, rc = %d \n", logName, result);
         return result;
     }
     if (const int result = handOn(std::move(logDataBuffer), validationString)) {
         // Deliberately the same words whatever the data was handed on to.
-        diag_log(8, 4, "%s : tavrisk_daemon_thread not started, rc = %d \n", logName, result);
+        diag_log(LOG_USER, LOG_WARNING, "%s : tavrisk_daemon_thread not started, rc = %d \n",
+                 logName, result);
         return result;
     }
     return 0;

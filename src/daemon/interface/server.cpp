@@ -6,7 +6,9 @@
 #include <sdbusplus/exception.hpp>
 #include <sdbusplus/message.hpp>
 
+#include <algorithm>
 #include <cerrno>
+#include <string_view>
 #include <utility>
 
 namespace sdbusplus::server::com::vorn::bmc {
@@ -27,11 +29,11 @@ int guarded(sd_bus_error* error, int whenCarried, Body&& body) noexcept {
     }
 }
 
-/** A call whose exception was carried has been dealt with: it gets no reply. */
+/** Tells sd-bus that a method call was handled, so that it sends no reply of its own. */
 constexpr int noReply = 1;
 
-/** sd-bus answers accesses to properties by itself, with what the callback left in the reply. Only
- *  an error keeps it from sending half a value, or that a value was stored which was not. */
+/** sd-bus itself answers whoever reads or writes a property. Unless the callback returns an error,
+ *  the peer gets half a value, or learns that a value was stored which was not. */
 constexpr int noValue = -ENOMEM;
 
 Tavrisk& self(void* context) {
@@ -73,48 +75,71 @@ int dataMethod(sd_bus_message* raw, void* context, sd_bus_error* error, DataOper
     });
 }
 
-template <typename Getter>
-int getProperty(sd_bus_message* raw, sd_bus_error* error, Getter&& getter) {
+template <const tavrisk::PropertyRow& row>
+using Get = tavrisk::PropertyValue<row> (Tavrisk::*)() const;
+template <const tavrisk::PropertyRow& row>
+using Set = tavrisk::PropertyValue<row> (Tavrisk::*)(tavrisk::PropertyValue<row>);
+template <const tavrisk::PropertyRow& row>
+using SetByName = tavrisk::PropertyValue<row> (Tavrisk::*)(tavrisk::PropertyValue<row>, bool);
+
+template <const tavrisk::PropertyRow& row, Get<row> get>
+int getProperty(sd_bus_message* reply, void* context, sd_bus_error* error) {
     return guarded(error, noValue, [&] {
-        sdbusplus::message::message{raw}.append(getter());
+        sdbusplus::message::message{reply}.append((self(context).*get)());
         return 1;
     });
 }
 
-template <typename Value, typename Setter>
-int setProperty(sd_bus_message* raw, sd_bus_error* error, Setter&& setter) {
+template <const tavrisk::PropertyRow& row, Set<row> set>
+int setProperty(sd_bus_message* message, void* context, sd_bus_error* error) {
     return guarded(error, noValue, [&] {
-        Value value{};
-        sdbusplus::message::message{raw}.read(value);
-        setter(std::move(value));
+        tavrisk::PropertyValue<row> value{};
+        sdbusplus::message::message{message}.read(value);
+        (self(context).*set)(std::move(value));
         return 1;
     });
+}
+
+template <const tavrisk::PropertyRow& row>
+constexpr auto signature = tavrisk::isText<row> ? "s" : "y";
+
+template <const tavrisk::PropertyRow& row>
+constexpr vtable::vtable_t readOnly(sd_bus_property_get_t get) {
+    static_assert(!row.writable);
+    return vtable::property(row.name.data(), signature<row>, get, vtable::property_::emits_change);
+}
+
+template <const tavrisk::PropertyRow& row>
+constexpr vtable::vtable_t writable(sd_bus_property_get_t get, sd_bus_property_set_t set) {
+    static_assert(row.writable);
+    return vtable::property(row.name.data(), signature<row>, get, set,
+                            vtable::property_::emits_change);
 }
 
 } // namespace
 
-const std::array<sdbusplus::vtable::vtable_t, 11> Tavrisk::memberTable{
+const Tavrisk::MemberTable Tavrisk::memberTable = std::to_array<vtable::vtable_t>({
     vtable::start(),
     vtable::method("Log", "say", "i", _callback_Log, vtable::common_::unprivileged),
     vtable::method("Save", "say", "i", _callback_Save, vtable::common_::unprivileged),
     vtable::method("CPERlog", "say", "i", _callback_CPERlog, vtable::common_::unprivileged),
     vtable::method("SaveAndClearCache", "", "i", _callback_SaveAndClearCache,
                    vtable::common_::unprivileged),
-    vtable::property("SystemLEDSetting", "s", _callback_get_SystemLEDSetting,
-                     _callback_set_SystemLEDSetting, vtable::property_::emits_change),
-    vtable::property("RetentionSizeInMB", "y", _callback_get_RetentionSizeInMB,
-                     _callback_set_RetentionSizeInMB, vtable::property_::emits_change),
-    vtable::property("RetentionIntervalInMinutes", "y", _callback_get_RetentionIntervalInMinutes,
-                     _callback_set_RetentionIntervalInMinutes, vtable::property_::emits_change),
-    vtable::property("WUXDataLocation", "s", _callback_get_WUXDataLocation,
-                     vtable::property_::emits_change),
-    vtable::property("WUXDataCacheLocation", "s", _callback_get_WUXDataCacheLocation,
-                     vtable::property_::emits_change),
+    writable<tavrisk::systemLEDSetting>(_callback_get_SystemLEDSetting,
+                                        _callback_set_SystemLEDSetting),
+    writable<tavrisk::retentionSizeInMB>(_callback_get_RetentionSizeInMB,
+                                         _callback_set_RetentionSizeInMB),
+    writable<tavrisk::retentionIntervalInMinutes>(_callback_get_RetentionIntervalInMinutes,
+                                                  _callback_set_RetentionIntervalInMinutes),
+    readOnly<tavrisk::wUXDataLocation>(_callback_get_WUXDataLocation),
+    readOnly<tavrisk::wUXDataCacheLocation>(_callback_get_WUXDataCacheLocation),
     vtable::end(),
-};
+});
 
 Tavrisk::Tavrisk(sdbusplus::bus::bus& bus, const char* path)
     : interface_{bus, path, interface, memberTable.data(), this} {}
+
+Tavrisk::~Tavrisk() = default;
 
 void Tavrisk::emit_added() {
     interface_.emit_added();
@@ -143,163 +168,110 @@ int Tavrisk::_callback_SaveAndClearCache(sd_bus_message* raw, void* context, sd_
 
 // Properties
 
-template <typename Stored, typename Value>
-Value Tavrisk::store(Stored& property, Value value, const char* name, bool skipSignal) {
-    if (property != value) {
-        property = value;
-        if (!skipSignal) {
-            interface_.property_changed(name);
-        }
-    }
-    return property;
-}
-
-std::string Tavrisk::systemLEDSetting() const {
-    return systemLEDSetting_;
-}
-
-std::string Tavrisk::systemLEDSetting(std::string value, bool skipSignal) {
-    return store(systemLEDSetting_, std::move(value), "SystemLEDSetting", skipSignal);
-}
-
-std::string Tavrisk::systemLEDSetting(std::string value) {
-    return systemLEDSetting(std::move(value), false);
-}
-
 int Tavrisk::_callback_get_SystemLEDSetting(sd_bus*, const char*, const char*, const char*,
                                             sd_bus_message* reply, void* context,
                                             sd_bus_error* error) {
-    return getProperty(reply, error, [&] { return self(context).systemLEDSetting(); });
+    return getProperty<tavrisk::systemLEDSetting, &Tavrisk::systemLEDSetting>(reply, context,
+                                                                              error);
 }
 
 int Tavrisk::_callback_set_SystemLEDSetting(sd_bus*, const char*, const char*, const char*,
                                             sd_bus_message* value, void* context,
                                             sd_bus_error* error) {
-    return setProperty<std::string>(
-        value, error, [&](std::string text) { self(context).systemLEDSetting(std::move(text)); });
-}
-
-std::uint8_t Tavrisk::retentionSizeInMB() const {
-    return retentionSizeInMB_;
-}
-
-std::uint8_t Tavrisk::retentionSizeInMB(std::uint8_t value, bool skipSignal) {
-    return store(retentionSizeInMB_, value, "RetentionSizeInMB", skipSignal);
-}
-
-std::uint8_t Tavrisk::retentionSizeInMB(std::uint8_t value) {
-    return retentionSizeInMB(value, false);
+    return setProperty<tavrisk::systemLEDSetting, &Tavrisk::systemLEDSetting>(value, context,
+                                                                              error);
 }
 
 int Tavrisk::_callback_get_RetentionSizeInMB(sd_bus*, const char*, const char*, const char*,
                                              sd_bus_message* reply, void* context,
                                              sd_bus_error* error) {
-    return getProperty(reply, error, [&] { return self(context).retentionSizeInMB(); });
+    return getProperty<tavrisk::retentionSizeInMB, &Tavrisk::retentionSizeInMB>(reply, context,
+                                                                                error);
 }
 
 int Tavrisk::_callback_set_RetentionSizeInMB(sd_bus*, const char*, const char*, const char*,
                                              sd_bus_message* value, void* context,
                                              sd_bus_error* error) {
-    return setProperty<std::uint8_t>(
-        value, error, [&](std::uint8_t size) { self(context).retentionSizeInMB(size); });
-}
-
-std::uint8_t Tavrisk::retentionIntervalInMinutes() const {
-    return retentionIntervalInMinutes_;
-}
-
-std::uint8_t Tavrisk::retentionIntervalInMinutes(std::uint8_t value, bool skipSignal) {
-    return store(retentionIntervalInMinutes_, value, "RetentionIntervalInMinutes", skipSignal);
-}
-
-std::uint8_t Tavrisk::retentionIntervalInMinutes(std::uint8_t value) {
-    return retentionIntervalInMinutes(value, false);
+    return setProperty<tavrisk::retentionSizeInMB, &Tavrisk::retentionSizeInMB>(value, context,
+                                                                                error);
 }
 
 int Tavrisk::_callback_get_RetentionIntervalInMinutes(sd_bus*, const char*, const char*,
                                                       const char*, sd_bus_message* reply,
                                                       void* context, sd_bus_error* error) {
-    return getProperty(reply, error, [&] { return self(context).retentionIntervalInMinutes(); });
+    return getProperty<tavrisk::retentionIntervalInMinutes, &Tavrisk::retentionIntervalInMinutes>(
+        reply, context, error);
 }
 
 int Tavrisk::_callback_set_RetentionIntervalInMinutes(sd_bus*, const char*, const char*,
                                                       const char*, sd_bus_message* value,
                                                       void* context, sd_bus_error* error) {
-    return setProperty<std::uint8_t>(value, error, [&](std::uint8_t minutes) {
-        self(context).retentionIntervalInMinutes(minutes);
-    });
-}
-
-std::string Tavrisk::wUXDataLocation() const {
-    return wUXDataLocation_;
-}
-
-std::string Tavrisk::wUXDataLocation(std::string value, bool skipSignal) {
-    return store(wUXDataLocation_, std::move(value), "WUXDataLocation", skipSignal);
-}
-
-std::string Tavrisk::wUXDataLocation(std::string value) {
-    return wUXDataLocation(std::move(value), false);
+    return setProperty<tavrisk::retentionIntervalInMinutes, &Tavrisk::retentionIntervalInMinutes>(
+        value, context, error);
 }
 
 int Tavrisk::_callback_get_WUXDataLocation(sd_bus*, const char*, const char*, const char*,
                                            sd_bus_message* reply, void* context,
                                            sd_bus_error* error) {
-    return getProperty(reply, error, [&] { return self(context).wUXDataLocation(); });
-}
-
-std::string Tavrisk::wUXDataCacheLocation() const {
-    return wUXDataCacheLocation_;
-}
-
-std::string Tavrisk::wUXDataCacheLocation(std::string value, bool skipSignal) {
-    return store(wUXDataCacheLocation_, std::move(value), "WUXDataCacheLocation", skipSignal);
-}
-
-std::string Tavrisk::wUXDataCacheLocation(std::string value) {
-    return wUXDataCacheLocation(std::move(value), false);
+    return getProperty<tavrisk::wUXDataLocation, &Tavrisk::wUXDataLocation>(reply, context, error);
 }
 
 int Tavrisk::_callback_get_WUXDataCacheLocation(sd_bus*, const char*, const char*, const char*,
                                                 sd_bus_message* reply, void* context,
                                                 sd_bus_error* error) {
-    return getProperty(reply, error, [&] { return self(context).wUXDataCacheLocation(); });
+    return getProperty<tavrisk::wUXDataCacheLocation, &Tavrisk::wUXDataCacheLocation>(
+        reply, context, error);
 }
 
 // Access by name
 
+namespace {
+
+struct PropertyByName {
+    std::string_view name;
+    Tavrisk::PropertiesVariant (*get)(const Tavrisk&);
+    void (*set)(Tavrisk&, const Tavrisk::PropertiesVariant&, bool skipSignal);
+};
+
+template <const tavrisk::PropertyRow& row, Get<row> get, SetByName<row> set>
+constexpr PropertyByName byName() {
+    return {row.name,
+            [](const Tavrisk& object) -> Tavrisk::PropertiesVariant { return (object.*get)(); },
+            [](Tavrisk& object, const Tavrisk::PropertiesVariant& value, bool skipSignal) {
+                (object.*set)(std::get<tavrisk::PropertyValue<row>>(value), skipSignal);
+            }};
+}
+
+constexpr std::array propertiesByName{
+    byName<tavrisk::systemLEDSetting, &Tavrisk::systemLEDSetting, &Tavrisk::systemLEDSetting>(),
+    byName<tavrisk::retentionSizeInMB, &Tavrisk::retentionSizeInMB, &Tavrisk::retentionSizeInMB>(),
+    byName<tavrisk::retentionIntervalInMinutes, &Tavrisk::retentionIntervalInMinutes,
+           &Tavrisk::retentionIntervalInMinutes>(),
+    byName<tavrisk::wUXDataLocation, &Tavrisk::wUXDataLocation, &Tavrisk::wUXDataLocation>(),
+    byName<tavrisk::wUXDataCacheLocation, &Tavrisk::wUXDataCacheLocation,
+           &Tavrisk::wUXDataCacheLocation>(),
+};
+static_assert(propertiesByName.size() == tavrisk::properties.size());
+
+const PropertyByName* findByName(std::string_view name) {
+    const auto* row =
+        std::find_if(propertiesByName.begin(), propertiesByName.end(),
+                     [name](const PropertyByName& known) { return known.name == name; });
+    return row == propertiesByName.end() ? nullptr : row;
+}
+
+} // namespace
+
 void Tavrisk::setPropertyByName(const std::string& name, const PropertiesVariant& value,
                                 bool skipSignal) {
-    if (name == "SystemLEDSetting") {
-        systemLEDSetting(std::get<std::string>(value), skipSignal);
-    } else if (name == "RetentionSizeInMB") {
-        retentionSizeInMB(std::get<std::uint8_t>(value), skipSignal);
-    } else if (name == "RetentionIntervalInMinutes") {
-        retentionIntervalInMinutes(std::get<std::uint8_t>(value), skipSignal);
-    } else if (name == "WUXDataLocation") {
-        wUXDataLocation(std::get<std::string>(value), skipSignal);
-    } else if (name == "WUXDataCacheLocation") {
-        wUXDataCacheLocation(std::get<std::string>(value), skipSignal);
+    if (const auto* property = findByName(name)) {
+        property->set(*this, value, skipSignal);
     }
 }
 
 Tavrisk::PropertiesVariant Tavrisk::getPropertyByName(const std::string& name) const {
-    if (name == "SystemLEDSetting") {
-        return systemLEDSetting();
-    }
-    if (name == "RetentionSizeInMB") {
-        return retentionSizeInMB();
-    }
-    if (name == "RetentionIntervalInMinutes") {
-        return retentionIntervalInMinutes();
-    }
-    if (name == "WUXDataLocation") {
-        return wUXDataLocation();
-    }
-    if (name == "WUXDataCacheLocation") {
-        return wUXDataCacheLocation();
-    }
-    return {};
+    const auto* property = findByName(name);
+    return property != nullptr ? property->get(*this) : PropertiesVariant{};
 }
 
 } // namespace sdbusplus::server::com::vorn::bmc

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "contract/properties.hpp"
 #include "daemon/interface/common.hpp"
+#include "daemon/interface/stored_property.hpp"
 
 #include <sdbusplus/bus.hpp>
 #include <sdbusplus/server.hpp>
@@ -10,10 +10,9 @@
 #include <systemd/sd-bus.h>
 
 #include <array>
-#include <atomic>
 #include <cstdint>
 #include <string>
-#include <string_view>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -35,7 +34,7 @@ public:
 
     /** Registers the interface on `path`; raises SdBusError when the bus refuses it. */
     Tavrisk(sdbusplus::bus::bus& bus, const char* path);
-    virtual ~Tavrisk() = default;
+    virtual ~Tavrisk();
 
     Tavrisk(const Tavrisk&) = delete;
     Tavrisk& operator=(const Tavrisk&) = delete;
@@ -52,27 +51,53 @@ public:
     /** Saves the data cache and empties it. 0 saved, 1 saving failed and nothing was cleared. */
     virtual std::int32_t saveAndClearCache() = 0;
 
-    [[nodiscard]] virtual std::string systemLEDSetting() const;
-    virtual std::string systemLEDSetting(std::string value, bool skipSignal);
-    virtual std::string systemLEDSetting(std::string value);
+    [[nodiscard]] virtual std::string systemLEDSetting() const { return systemLEDSetting_.get(); }
+    virtual std::string systemLEDSetting(std::string value, bool skipSignal) {
+        return store(systemLEDSetting_, std::move(value), skipSignal);
+    }
+    virtual std::string systemLEDSetting(std::string value) {
+        return systemLEDSetting(std::move(value), false);
+    }
 
     /** Size limit of each data directory, in MB. */
-    [[nodiscard]] virtual std::uint8_t retentionSizeInMB() const;
-    virtual std::uint8_t retentionSizeInMB(std::uint8_t value, bool skipSignal);
-    virtual std::uint8_t retentionSizeInMB(std::uint8_t value);
+    [[nodiscard]] virtual std::uint8_t retentionSizeInMB() const {
+        return retentionSizeInMB_.get();
+    }
+    virtual std::uint8_t retentionSizeInMB(std::uint8_t value, bool skipSignal) {
+        return store(retentionSizeInMB_, value, skipSignal);
+    }
+    virtual std::uint8_t retentionSizeInMB(std::uint8_t value) {
+        return retentionSizeInMB(value, false);
+    }
 
     /** Time between two retention runs, in minutes. */
-    [[nodiscard]] virtual std::uint8_t retentionIntervalInMinutes() const;
-    virtual std::uint8_t retentionIntervalInMinutes(std::uint8_t value, bool skipSignal);
-    virtual std::uint8_t retentionIntervalInMinutes(std::uint8_t value);
+    [[nodiscard]] virtual std::uint8_t retentionIntervalInMinutes() const {
+        return retentionIntervalInMinutes_.get();
+    }
+    virtual std::uint8_t retentionIntervalInMinutes(std::uint8_t value, bool skipSignal) {
+        return store(retentionIntervalInMinutes_, value, skipSignal);
+    }
+    virtual std::uint8_t retentionIntervalInMinutes(std::uint8_t value) {
+        return retentionIntervalInMinutes(value, false);
+    }
 
-    [[nodiscard]] virtual std::string wUXDataLocation() const;
-    virtual std::string wUXDataLocation(std::string value, bool skipSignal);
-    virtual std::string wUXDataLocation(std::string value);
+    [[nodiscard]] virtual std::string wUXDataLocation() const { return wUXDataLocation_.get(); }
+    virtual std::string wUXDataLocation(std::string value, bool skipSignal) {
+        return store(wUXDataLocation_, std::move(value), skipSignal);
+    }
+    virtual std::string wUXDataLocation(std::string value) {
+        return wUXDataLocation(std::move(value), false);
+    }
 
-    [[nodiscard]] virtual std::string wUXDataCacheLocation() const;
-    virtual std::string wUXDataCacheLocation(std::string value, bool skipSignal);
-    virtual std::string wUXDataCacheLocation(std::string value);
+    [[nodiscard]] virtual std::string wUXDataCacheLocation() const {
+        return wUXDataCacheLocation_.get();
+    }
+    virtual std::string wUXDataCacheLocation(std::string value, bool skipSignal) {
+        return store(wUXDataCacheLocation_, std::move(value), skipSignal);
+    }
+    virtual std::string wUXDataCacheLocation(std::string value) {
+        return wUXDataCacheLocation(std::move(value), false);
+    }
 
     /** Sets a property by its D-Bus name. An unknown name changes nothing; a value of the wrong
      *  type raises std::bad_variant_access. */
@@ -91,44 +116,40 @@ public:
     static int _callback_CPERlog(sd_bus_message*, void*, sd_bus_error*);
     static int _callback_SaveAndClearCache(sd_bus_message*, void*, sd_bus_error*);
 
-    static int _callback_get_SystemLEDSetting(sd_bus*, const char*, const char*, const char*,
-                                              sd_bus_message*, void*, sd_bus_error*);
-    static int _callback_set_SystemLEDSetting(sd_bus*, const char*, const char*, const char*,
-                                              sd_bus_message*, void*, sd_bus_error*);
-    static int _callback_get_RetentionSizeInMB(sd_bus*, const char*, const char*, const char*,
-                                               sd_bus_message*, void*, sd_bus_error*);
-    static int _callback_set_RetentionSizeInMB(sd_bus*, const char*, const char*, const char*,
-                                               sd_bus_message*, void*, sd_bus_error*);
-    static int _callback_get_RetentionIntervalInMinutes(sd_bus*, const char*, const char*,
-                                                        const char*, sd_bus_message*, void*,
-                                                        sd_bus_error*);
-    static int _callback_set_RetentionIntervalInMinutes(sd_bus*, const char*, const char*,
-                                                        const char*, sd_bus_message*, void*,
-                                                        sd_bus_error*);
-    static int _callback_get_WUXDataLocation(sd_bus*, const char*, const char*, const char*,
-                                             sd_bus_message*, void*, sd_bus_error*);
-    static int _callback_get_WUXDataCacheLocation(sd_bus*, const char*, const char*, const char*,
-                                                  sd_bus_message*, void*, sd_bus_error*);
+    using PropertyCallback = int(sd_bus*, const char* path, const char* interface,
+                                 const char* property, sd_bus_message*, void* context,
+                                 sd_bus_error*);
+    static PropertyCallback _callback_get_SystemLEDSetting;
+    static PropertyCallback _callback_set_SystemLEDSetting;
+    static PropertyCallback _callback_get_RetentionSizeInMB;
+    static PropertyCallback _callback_set_RetentionSizeInMB;
+    static PropertyCallback _callback_get_RetentionIntervalInMinutes;
+    static PropertyCallback _callback_set_RetentionIntervalInMinutes;
+    static PropertyCallback _callback_get_WUXDataLocation;
+    static PropertyCallback _callback_get_WUXDataCacheLocation;
 
 private:
-    /** Stores `value` in `property` and announces the change of `name`, as told above. */
-    template <typename Stored, typename Value>
-    Value store(Stored& property, Value value, const char* name, bool skipSignal);
-
-    template <typename Value>
-    static Value start(const tavrisk::PropertyRow& row) {
-        return std::get<Value>(row.start);
+    /** Stores the value and announces the change, as told above. */
+    template <typename Property>
+    typename Property::Value store(Property& property, typename Property::Value value,
+                                   bool skipSignal) {
+        if (property.replace(std::move(value)) && !skipSignal) {
+            interface_.property_changed(property.name());
+        }
+        return property.get();
     }
 
-    static const std::array<sdbusplus::vtable::vtable_t, 11> memberTable;
+    /** The four methods, every property, and what the table begins and ends with. */
+    using MemberTable =
+        std::array<sdbusplus::vtable::vtable_t, 1 + 4 + tavrisk::properties.size() + 1>;
+    static const MemberTable memberTable;
 
-    std::string systemLEDSetting_{start<std::string_view>(tavrisk::systemLEDSetting)};
+    tavrisk::StoredProperty<tavrisk::systemLEDSetting> systemLEDSetting_;
     // Read by the retention monitor while the bus thread stores.
-    std::atomic<std::uint8_t> retentionSizeInMB_{start<std::uint8_t>(tavrisk::retentionSizeInMB)};
-    std::atomic<std::uint8_t> retentionIntervalInMinutes_{
-        start<std::uint8_t>(tavrisk::retentionIntervalInMinutes)};
-    std::string wUXDataLocation_{start<std::string_view>(tavrisk::wUXDataLocation)};
-    std::string wUXDataCacheLocation_{start<std::string_view>(tavrisk::wUXDataCacheLocation)};
+    tavrisk::StoredProperty<tavrisk::retentionSizeInMB> retentionSizeInMB_;
+    tavrisk::StoredProperty<tavrisk::retentionIntervalInMinutes> retentionIntervalInMinutes_;
+    tavrisk::StoredProperty<tavrisk::wUXDataLocation> wUXDataLocation_;
+    tavrisk::StoredProperty<tavrisk::wUXDataCacheLocation> wUXDataCacheLocation_;
 
     // Last, so that no callback can come before the values above are there.
     sdbusplus::server::interface::interface interface_;

@@ -23,27 +23,25 @@ constexpr unsigned secondsPerMinute = 60;
 
 [[noreturn]] void performWithTimeout(const char* path, char* const* arguments) {
     tavrisk::enterChild();
-    diag_log(8, 7, "%s: Performing %s %s %s\n", timeoutName, path, arguments[1], arguments[2]);
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Performing %s %s %s\n", timeoutName, path, arguments[1],
+             arguments[2]);
     const int result = tavrisk::becomeCommand(path, arguments);
-    diag_log(8, 7, "%s: Exec return %d\n", timeoutName, result);
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Exec return %d\n", timeoutName, result);
     _exit(-1);
 }
 
 [[noreturn]] void performWithWait(const char* path, char* const* arguments) {
     tavrisk::enterChild();
-    diag_log(8, 7, "%s: Performing %s %s %s", waitName, path, arguments[1], arguments[2]);
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Performing %s %s %s", waitName, path, arguments[1],
+             arguments[2]);
     const int result = tavrisk::becomeCommand(path, arguments);
-    diag_log(8, 7, "%s: Exec return: %d %d", waitName, errno, result);
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Exec return: %d %d", waitName, errno, result);
     _exit(-2);
 }
 
-/** A normal exit, whatever its code; also the status of a child that nothing is known of yet. */
-bool isNormalExit(int status) {
-    return (status & 0x7f) == 0;
-}
-
+/** Also of a child that nothing is known of yet, whose status is 0. */
 bool isCleanExit(int status) {
-    return (status & 0xff7f) == 0;
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 enum class Outcome { success, failure, failureWithKill };
@@ -54,7 +52,7 @@ Outcome judge(pid_t reported, int status, std::uint32_t budget) {
     if (reported != -1 && isCleanExit(status)) {
         return Outcome::success;
     }
-    return budget != 0 && isNormalExit(status) ? Outcome::failure : Outcome::failureWithKill;
+    return budget != 0 && WIFEXITED(status) ? Outcome::failure : Outcome::failureWithKill;
 }
 
 /** What can be seen of a child without reaping it. As long as it is not reaped, its number, and the
@@ -94,8 +92,7 @@ void reapLater(pid_t child) {
             }
         });
     } catch (const std::exception&) {
-        // No thread, or no memory for one, to be had. A killed child is gone in a moment, as a
-        // rule.
+        // There is no thread, or no memory for one. As a rule, a killed child is gone in a moment.
         siginfo_t info{};
         for (int tries = 1000; tries > 0 && info.si_pid == 0; --tries) {
             if (waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG) != 0) {
@@ -125,11 +122,11 @@ int system_call_timeout(const char* path, char* const* arguments, std::uint32_t 
         performWithTimeout(path, arguments);
     }
     if (child < 0) {
-        diag_log(8, 7, "%s: Returning FAILURE\n", timeoutName);
+        diag_log(LOG_USER, LOG_DEBUG, "%s: Returning FAILURE\n", timeoutName);
         return -1;
     }
-    setpgid(child, child); // Here and in the child: whoever comes first.
-    diag_log(8, 7, "%s: Waiting for Child to exit\n", timeoutName);
+    setpgid(child, child); // The child does so too, and either may be the first to run.
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Waiting for Child to exit\n", timeoutName);
 
     int status = 0;
     pid_t reported = 0;
@@ -139,22 +136,22 @@ int system_call_timeout(const char* path, char* const* arguments, std::uint32_t 
             break;
         }
         sleep(1);
-    } while (--budget != 0); // From 0 it wraps: no limit.
-    diag_log(8, 7, "%s: PID %d - STATUS %x -EXIT STATUS %d\n", timeoutName, reported,
-             static_cast<unsigned>(status), (status >> 8) & 0xff);
+    } while (--budget != 0); // One of 0 wraps around: no limit.
+    diag_log(LOG_USER, LOG_DEBUG, "%s: PID %d - STATUS %x -EXIT STATUS %d\n", timeoutName, reported,
+             static_cast<unsigned>(status), WEXITSTATUS(status));
 
     const Outcome outcome = judge(reported, status, budget);
     if (outcome == Outcome::failureWithKill) {
-        diag_log(8, 7, "%s: Killing PID %d\n", timeoutName, child);
+        diag_log(LOG_USER, LOG_DEBUG, "%s: Killing PID %d\n", timeoutName, child);
     }
     if (outcome != Outcome::failure && reported <= 0) {
         endCommand(child);
     }
     if (outcome == Outcome::success) {
-        diag_log(8, 7, "%s: Returning SUCCESS\n", timeoutName);
+        diag_log(LOG_USER, LOG_DEBUG, "%s: Returning SUCCESS\n", timeoutName);
         return 0;
     }
-    diag_log(8, 7, "%s: Returning FAILURE\n", timeoutName);
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Returning FAILURE\n", timeoutName);
     return -1;
 }
 
@@ -164,15 +161,16 @@ int system_call_wait(const char* path, char* const* arguments) {
         performWithWait(path, arguments);
     }
     if (child > 0) {
-        diag_log(8, 7, "%s: Waiting for Child to exit", waitName);
+        diag_log(LOG_USER, LOG_DEBUG, "%s: Waiting for Child to exit", waitName);
         int status = 0;
         const pid_t reported = waitpid(child, &status, 0);
-        diag_log(8, 7, "%s: PID %d - STATUS %x", waitName, reported, static_cast<unsigned>(status));
+        diag_log(LOG_USER, LOG_DEBUG, "%s: PID %d - STATUS %x", waitName, reported,
+                 static_cast<unsigned>(status));
         if (reported != -1 && isCleanExit(status)) {
             return 0;
         }
     }
-    diag_log(8, 4, "%s: Returning FAILURE", waitName);
+    diag_log(LOG_USER, LOG_WARNING, "%s: Returning FAILURE", waitName);
     return -1;
 }
 

@@ -37,7 +37,7 @@ void closeDescriptorsOnExec() {
 } // namespace
 
 void enterChild() {
-    // Numbers that cannot be set are in this range too; nothing is lost with them.
+    // Some numbers of this range cannot be set, SIGKILL for one: those calls fail, without harm.
     for (int number = 0; number <= lastSignal; ++number) {
         std::signal(number, SIG_DFL);
     }

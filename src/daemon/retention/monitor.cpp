@@ -27,7 +27,8 @@ void police(const char* directory, unsigned sizeInMB, unsigned minutes) {
     std::snprintf(command.data(), command.size(), "%s %s%s %u", tavrisk::retentionScript,
                   tavrisk::dataRoot, directory, sizeInMB);
     if (const int result = tavrisk::runInShell(command.data(), minutes)) {
-        diag_log(8, 4, "%s: Failed policing HMC WUX data location : %d", monitorName, result);
+        diag_log(LOG_USER, LOG_WARNING, "%s: Failed policing HMC WUX data location : %d",
+                 monitorName, result);
     }
 }
 
@@ -41,7 +42,7 @@ void sleepFor(unsigned minutes) {
 
 void wuxmonitor_start(RetentionSettings settings) {
     // The words mislead and are kept: the monitor is about to start.
-    diag_log(8, 4, "%s : No Monitoring yet!, rc = %d \n", __func__, 1);
+    diag_log(LOG_USER, LOG_WARNING, "%s : No Monitoring yet!, rc = %d \n", __func__, 1);
     tavrisk::startThread([settings = std::move(settings)] { wuxmonitor_thread(settings); });
 }
 

@@ -25,21 +25,24 @@ std::int32_t saveAndClearCache() {
     const auto workingDirectory = std::filesystem::current_path();
     const auto command = std::string{tavrisk::retentionScript} + " cache";
     if (const int result = tavrisk::runInShell(command.c_str(), minutesPerCommand)) {
-        diag_log(8, 4, "%s: Failed saving HMC cache data : %d", logName, result);
+        diag_log(LOG_USER, LOG_WARNING, "%s: Failed saving HMC cache data : %d", logName, result);
         return 1;
     }
 
     // A directory that cannot be entered raises an exception that ends the call on purpose: what
     // follows would clear whatever directory the daemon is in.
     if (const int result = clear(tavrisk::rawCperDirectory)) {
-        diag_log(8, 4, "%s: Failed policing rawCPER data location : %d", logName, result);
+        diag_log(LOG_USER, LOG_WARNING, "%s: Failed policing rawCPER data location : %d", logName,
+                 result);
     }
     if (const int result = clear(tavrisk::dumpDirectory)) {
-        diag_log(8, 4, "%s: Failed policing dump data location : %d", logName, result);
+        diag_log(LOG_USER, LOG_WARNING, "%s: Failed policing dump data location : %d", logName,
+                 result);
     }
     // This one always fails when the directories above are there: rm refuses them.
     if (const int result = clear("")) {
-        diag_log(8, 4, "%s: Failed policing HMC data location : %d", logName, result);
+        diag_log(LOG_USER, LOG_WARNING, "%s: Failed policing HMC data location : %d", logName,
+                 result);
     }
     std::filesystem::current_path(workingDirectory);
     return 0;

@@ -25,12 +25,14 @@ void serveUntilFailureBudgetIsSpent(sdbusplus::bus::bus& bus) {
             bus.wait();
         } catch (...) {
             dropCarriedException();
-            diag_log(8, 7, "[%s:%d] failed processing messages [%d]", logName, __LINE__, budget);
+            diag_log(LOG_USER, LOG_DEBUG, "[%s:%d] failed processing messages [%d]", logName,
+                     __LINE__, budget);
             sleep(1);
             --budget;
         }
     }
-    diag_log(8, 4, "[%s:%d] failed processing messages [%d], exiting", logName, __LINE__, budget);
+    diag_log(LOG_USER, LOG_WARNING, "[%s:%d] failed processing messages [%d], exiting", logName,
+             __LINE__, budget);
 }
 
 } // namespace tavrisk

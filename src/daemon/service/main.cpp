@@ -27,8 +27,8 @@ int main() {
     const int openResult = sd_bus_default(&opened);
     const std::unique_ptr<sd_bus, UnrefBus> connection{opened};
     if (openResult < 0) {
-        diag_log(8, 4, "[%s:%d] failed opening the default bus: %s", __func__, __LINE__,
-                 std::strerror(-openResult));
+        diag_log(LOG_USER, LOG_WARNING, "[%s:%d] failed opening the default bus: %s", __func__,
+                 __LINE__, std::strerror(-openResult));
         return EXIT_FAILURE;
     }
     sdbusplus::bus::bus bus{connection.get()};
@@ -37,15 +37,16 @@ int main() {
     // as 1, it deliberately claims its name and serves the bus all the same.
     const int initResult = tavriskmain_init(bus);
     if (initResult < 0) {
-        diag_log(8, 5, "[%s:%d] hmc ze logger init failed", __func__, __LINE__);
+        diag_log(LOG_USER, LOG_NOTICE, "[%s:%d] hmc ze logger init failed", __func__, __LINE__);
         return initResult;
     }
 
-    diag_log(8, 7, "[%s:%d] Requesting %s", __func__, __LINE__, tavrisk::busName);
+    diag_log(LOG_USER, LOG_DEBUG, "[%s:%d] Requesting %s", __func__, __LINE__, tavrisk::busName);
     try {
         bus.request_name(tavrisk::busName);
     } catch (...) {
-        diag_log(8, 4, "[%s:%d] failed requesting %s ", __func__, __LINE__, tavrisk::busName);
+        diag_log(LOG_USER, LOG_WARNING, "[%s:%d] failed requesting %s ", __func__, __LINE__,
+                 tavrisk::busName);
         return EXIT_FAILURE;
     }
 

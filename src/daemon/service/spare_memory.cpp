@@ -23,13 +23,13 @@ constexpr std::size_t large = 65'536;
 constexpr std::chrono::seconds quiet{2};
 
 constinit std::mutex mutex;
-bool waiting = false;     // A thread is there that will see to it.
-Clock::time_point latest; // Large call.
+bool waiting = false; // A thread is there that will trim.
+Clock::time_point latestLargeCall;
 
 /** How long is still to be waited; when that is nothing, nobody waits any more. */
 Clock::duration timeLeft() {
     const std::lock_guard lock{mutex};
-    const auto left = latest + quiet - Clock::now();
+    const auto left = latestLargeCall + quiet - Clock::now();
     waiting = left.count() > 0;
     return left;
 }
@@ -43,13 +43,14 @@ void waitAndTrim() {
 
 } // namespace
 
-// The bus loop waits without a time-out, so that somebody else has to wait for the quiet.
+// The bus loop waits for messages without a time-out: it takes another thread to notice that none
+// come.
 void giveBackMemoryAfter(std::size_t bytes) noexcept {
     if (bytes < large) {
         return;
     }
     const std::lock_guard lock{mutex};
-    latest = Clock::now();
+    latestLargeCall = Clock::now();
     if (!waiting) {
         try {
             startThread(waitAndTrim);

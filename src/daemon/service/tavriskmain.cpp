@@ -35,7 +35,7 @@ int tavriskmain_init(sdbusplus::bus::bus& bus) {
         tavrisk_object->emit_added();
         return 0;
     } catch (...) {
-        diag_log(8, 4, "%s : init or object store exception", "tavriskmain_init");
+        diag_log(LOG_USER, LOG_WARNING, "%s : init or object store exception", "tavriskmain_init");
         return 1;
     }
 }

@@ -3,6 +3,7 @@
 
 #include "platform/config.hpp"
 #include "text/utc_time.hpp"
+#include "zel/layout.hpp"
 
 #include <chrono>
 #include <new>

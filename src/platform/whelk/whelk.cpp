@@ -2,6 +2,7 @@
 #include "contract/platform/whelk.h"
 
 #include "platform/whelk/log_file.hpp"
+#include "text/hex.hpp"
 #include "text/utc_time.hpp"
 #include "text/utf8.hpp"
 
@@ -69,10 +70,9 @@ public:
 
 private:
     void appendEscaped(std::string_view bytes) {
-        constexpr std::string_view hex = "0123456789abcdef";
         for (const char c : bytes) {
-            const auto byte = static_cast<unsigned char>(c);
-            const std::array escaped{'\\', 'x', hex[byte >> 4U], hex[byte & 0xfU]};
+            const auto [high, low] = tavrisk::text::hexPair(static_cast<std::uint8_t>(c));
+            const std::array escaped{'\\', 'x', high, low};
             append(c == '\n' ? std::string_view{"\\n"}
                              : std::string_view{escaped.data(), escaped.size()});
         }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "records/cper/interpret.hpp"
 
+#include "text/hex.hpp"
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -8,11 +10,10 @@
 namespace tavrisk::cper {
 namespace {
 
-constexpr std::string_view digits{"0123456789abcdef"};
 constexpr std::size_t guidSize = 16;
 
-char digit(std::uint64_t value) {
-    return digits[value & 0xf];
+void appendHex(std::string& text, std::uint8_t byte) {
+    text.append(text::hexPair(byte).data(), 2);
 }
 
 bool holds(const When& when, Bytes bytes, std::uint64_t valid) {
@@ -235,7 +236,7 @@ std::optional<std::uint64_t> numberAt(Bytes bytes, std::size_t offset, std::size
 std::string hexText(std::uint64_t value, unsigned bits) {
     std::string text{"0x"};
     for (unsigned left = (bits + 3) / 4; left-- > 0;) {
-        text += digit(value >> (4 * left));
+        text += text::hexPair((value >> (4 * left)) & 0xf)[1];
     }
     return text;
 }
@@ -244,8 +245,7 @@ std::string hexDigits(Bytes bytes) {
     std::string text;
     text.reserve(2 * bytes.size());
     for (const auto byte : bytes) {
-        text += digit(byte >> 4U);
-        text += digit(byte);
+        appendHex(text, byte);
     }
     return text;
 }
@@ -253,8 +253,7 @@ std::string hexDigits(Bytes bytes) {
 std::string hexText(Bytes bytes) {
     std::string text{"0x"};
     for (auto left = bytes.size(); left-- > 0;) {
-        text += digit(bytes[left] >> 4U);
-        text += digit(bytes[left]);
+        appendHex(text, bytes[left]);
     }
     return text;
 }
@@ -268,8 +267,7 @@ std::string guidText(const std::uint8_t* bytes) {
         if (i == 4 || i == 6 || i == 8 || i == 10) {
             text += '-';
         }
-        text += digit(bytes[order.at(i)] >> 4U);
-        text += digit(bytes[order.at(i)]);
+        appendHex(text, bytes[order.at(i)]);
     }
     return text;
 }
@@ -281,7 +279,8 @@ std::string plainText(Bytes bytes) {
         if (*byte >= 0x20 && *byte < 0x7f) {
             text += static_cast<char>(*byte);
         } else {
-            text += {'\\', 'x', digit(*byte >> 4U), digit(*byte)};
+            text += "\\x";
+            appendHex(text, *byte);
         }
     }
     return text.substr(0, text.find_last_not_of(' ') + 1);

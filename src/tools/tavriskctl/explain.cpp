@@ -7,25 +7,13 @@
 #include "tools/tavriskctl/input.hpp"
 #include "tools/tavriskctl/report.hpp"
 
-#include <json/writer.h>
+#include <json/value.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <memory>
 #include <string_view>
 
 namespace tavrisk::ctl {
 namespace {
-
-const char* severityWord(std::uint32_t severity) {
-    return severity == severityCritical ? "critical" : "warning";
-}
-
-/** The message as a reader of the event log sees it. */
-std::string fillIn(const char* text, const std::string& device) {
-    std::string message{text};
-    return message.replace(message.find("%s"), 2, device);
-}
 
 Outcome notReported(const std::string& reason) {
     Outcome outcome{Exit::accepted, "not reported: " + reason};
@@ -36,33 +24,25 @@ Outcome notReported(const std::string& reason) {
 
 /** What the daemon would do with an accepted event record. */
 Outcome explainEvent(std::span<const std::uint8_t> record) {
-    struct Free {
-        void operator()(char* text) const noexcept { std::free(text); }
-    };
-    std::int32_t event = 0;
-    char* deviceText = nullptr;
-    std::uint32_t severity = severityOther;
-    std::string reason;
-    const int reportable = explainRedfishData(record, event, deviceText, severity, reason);
-    const std::unique_ptr<char, Free> ownedDevice{deviceText};
-
-    if (reportable == 0) {
-        return notReported(reason);
+    const auto verdict = classify(record);
+    if (!verdict.event) {
+        return notReported(verdict.severity ? verdict.reason : whyNotJson(record));
     }
-    const std::string device{deviceText != nullptr ? deviceText : ""};
+    const auto& device = verdict.event->device;
     if (device.size() >= messageArgumentsCapacity) {
         return notReported("the event log takes no device name of more than " +
                            std::to_string(messageArgumentsCapacity - 1) + " bytes");
     }
     Outcome outcome;
     outcome.details["reportable"] = true;
-    const auto* message = findMessage(event);
-    const auto text = fillIn(message->text, device);
-    outcome.sentence = std::string{"reported as "} + message->messageId + ", " +
-                       severityWord(severity) + ", device \"" + device + "\": " + text;
+    const auto* message = findMessage(verdict.event->number);
+    const auto text = messageAbout(*message, device);
+    const auto* severity = name(*verdict.severity);
+    outcome.sentence = std::string{"reported as "} + message->messageId + ", " + severity +
+                       ", device \"" + device + "\": " + text;
     outcome.details["messageId"] = message->messageId;
     outcome.details["message"] = text;
-    outcome.details["severity"] = severityWord(severity);
+    outcome.details["severity"] = severity;
     outcome.details["device"] = device;
     return outcome;
 }
@@ -73,7 +53,7 @@ Outcome explainCper(const std::vector<std::uint8_t>& record) {
     if (nvCperParse(record, summary) != 0) {
         return {Exit::refused, "refused: it is too short for a CPER"};
     }
-    const std::string json = Json::FastWriter{}.write(summary);
+    const auto json = cperEventRecord(summary);
     auto outcome = explainEvent({reinterpret_cast<const std::uint8_t*>(json.data()), json.size()});
     outcome.sentence = "CPER of " + summary["Timestamp"].asString() + ", " +
                        summary["MessageSeverity"].asString() + ", section type " +

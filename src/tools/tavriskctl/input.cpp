@@ -10,9 +10,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
+#include <utility>
 
 namespace tavrisk::ctl {
 namespace {
@@ -98,16 +97,11 @@ std::string digestText(std::span<const std::uint8_t> bytes) {
     if (bytes.empty()) {
         return {};
     }
-    struct Free {
-        void operator()(char* text) const noexcept { std::free(text); }
-    };
-    char* made = nullptr;
-    const int result = SignIt(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &made);
-    const std::unique_ptr<char, Free> text{made};
-    if (result != 0) {
+    auto text = sha512Text(bytes);
+    if (!text) {
         throw Failure{Exit::refused, "its SHA-512 digest could not be computed"};
     }
-    return text.get();
+    return std::move(*text);
 }
 
 } // namespace tavrisk::ctl

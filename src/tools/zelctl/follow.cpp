@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/zelctl/follow.hpp"
 
-#include "tools/zelctl/log_watch.hpp"
+#include "tools/zelctl/log.hpp"
 #include "tools/zelctl/output.hpp"
 #include "tools/zelctl/render.hpp"
 #include "tools/zelctl/time_text.hpp"
-#include "zel/reader.hpp"
+#include "zel/watch.hpp"
 
 #include <unistd.h>
 
@@ -115,11 +115,13 @@ void follow(const std::string& path, const Options& options) {
     // A shell has its background jobs ignore it; being interrupted is how this one ends.
     std::signal(SIGINT, SIG_DFL);
     Follower follower{path, options};
-    LogWatch watch{path};
+    zel::LogWatch watch{path};
     watch.arm();
     follower.printTitle();
     while (follower.printNew()) {
-        watch.wait(until);
+        if (watch.wait(until) == zel::Woken::output) {
+            throw NobodyReads{};
+        }
         watch.arm();
     }
 }

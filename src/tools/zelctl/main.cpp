@@ -2,12 +2,12 @@
 #include "platform/config.hpp"
 #include "tools/zelctl/follow.hpp"
 #include "tools/zelctl/list.hpp"
+#include "tools/zelctl/log.hpp"
 #include "tools/zelctl/options.hpp"
 #include "tools/zelctl/output.hpp"
 #include "tools/zelctl/show.hpp"
 #include "tools/zelctl/stats.hpp"
 #include "tools/zelctl/verify.hpp"
-#include "zel/reader.hpp"
 #include "zel/store.hpp"
 
 #include <unistd.h>

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/zelctl/output.hpp"
 
-#include "zel/reader.hpp"
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 namespace tavrisk::zelctl {
 namespace {

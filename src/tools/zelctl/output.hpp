@@ -1,9 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <stdexcept>
 #include <string_view>
 
 namespace tavrisk::zelctl {
+
+/** What keeps a command from being done, as a sentence for the user. */
+class Problem final : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
 
 /** Thrown when whoever read our output has gone: there is nothing left to do, and nothing to say.
  */

@@ -9,17 +9,14 @@
 #include "zel/json_text.hpp"
 
 #include <json/value.h>
-#include <json/writer.h>
 
 #include <sys/stat.h>
 
 #include <charconv>
 #include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <optional>
 #include <span>
 
@@ -33,10 +30,6 @@ using std::chrono::seconds;
 constexpr seconds longestDelay{60};
 
 using Bytes = std::vector<std::uint8_t>;
-
-struct Free {
-    void operator()(char* text) const noexcept { std::free(text); }
-};
 
 /** Where raw data is kept, how its files tell their time, and what is classified of them. */
 struct Place {
@@ -74,22 +67,16 @@ std::optional<Bytes> toSummary(const Bytes& raw) {
     if (nvCperParse(raw, summary) != 0) {
         return {};
     }
-    const auto json = Json::FastWriter{}.write(summary);
+    const auto json = cperEventRecord(summary);
     return Bytes{json.begin(), json.end()};
 }
 
 bool wouldMake(const LogEntry& entry, std::span<const std::uint8_t> record) {
-    std::int32_t event = 0;
-    std::uint32_t severity = 0;
-    char* text = nullptr;
-    if (checkRedfishData(record, event, text, severity) == 0) {
-        return false;
-    }
-    const std::unique_ptr<char, Free> device{text};
-    const auto* const message = findMessage(event);
-    return device && message != nullptr && message->messageId == entry.messageId &&
-           std::int64_t{severity} == entry.severityCode &&
-           zel::toUtf8(device.get()) == entry.device();
+    const auto verdict = classify(record);
+    const auto* const message = verdict.event ? findMessage(verdict.event->number) : nullptr;
+    return message != nullptr && message->messageId == entry.messageId &&
+           severityOf(entry.severityCode) == verdict.severity &&
+           zel::toUtf8(verdict.event->device) == entry.device();
 }
 
 std::optional<Bytes> readFile(const fs::path& file) {

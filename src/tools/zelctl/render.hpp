@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "zel/reader.hpp"
+#include "tools/zelctl/log.hpp"
 
 #include <json/value.h>
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "tools/zelctl/log.hpp"
 #include "tools/zelctl/options.hpp"
-#include "zel/reader.hpp"
 
 #include <string>
 

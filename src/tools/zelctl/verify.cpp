@@ -18,7 +18,7 @@ Findings check(const std::string& path) {
         const auto reader = LogReader::open(path);
         findings.problems = reader.findDamage();
         findings.entries = reader.health().entries;
-    } catch (const Problem& problem) {
+    } catch (const zel::Unreadable& problem) {
         findings.problems.emplace_back(problem.what());
     } catch (const zel::SqliteError& error) {
         findings.problems.emplace_back(error.what());

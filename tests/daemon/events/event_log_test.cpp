@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "daemon/events/generate_event.hpp"
-#include "daemon/events/raise_event.hpp"
+#include "daemon/events/submission.hpp"
 #include "daemon/events/worker.hpp"
 #include "log/diag_log.hpp"
 #include "tests/world.hpp"
@@ -169,7 +168,7 @@ TEST_F(EventLog, DiagnosticLogMapsEveryLevel) {
         {0, "log 1"}, {1, "log 1"}, {2, "log 1"}, {3, "log 2"}, {4, "log 3"},
         {5, "log 4"}, {6, "log 4"}, {7, "log 5"}, {8, "log 0"}, {-1, "log 0"}};
     for (const auto& [level, recordedLevel] : levels) {
-        diag_log(8, level, "level %d", level);
+        diag_log(LOG_USER, level, "level %d", level);
         EXPECT_EQ(recorded().back(), recordedLevel + (" 349 level " + std::to_string(level)));
     }
     ASSERT_TRUE(eventually([this] { return syslog().size() >= 8; }));

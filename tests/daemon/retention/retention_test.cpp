@@ -14,7 +14,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <regex>
 #include <tuple>
 
 namespace fs = std::filesystem;
@@ -49,10 +48,10 @@ TEST_F(ChildRunner, TellsHowTheCommandEnded) {
          {"exit 0", noTimeout, 0, "|5 - STATUS 0"},
          {"exit 3", noTimeout, -1, "|5 - STATUS 300|3Returning FAILURE"},
          {"", noTimeout, -1, "|5Exec return: 2 -1|5 - STATUS fe00|3Returning FAILURE"}});
-    const std::regex ignored{
-        R"(\|log 5 349 \w+: (Performing|Waiting)[^|]*|\|sleep 1|log | 349 \w+: |)"
-        R"(PID [1-9]\d*|\\n)"};
+    const auto ignored = R"(\|log 5 349 \w+: (Performing|Waiting)[^|]*|\|sleep 1|log | 349 \w+: |)"
+                         R"(PID [1-9]\d*|\\n)";
     for (const auto& [command, minutes, result, expected] : rows) {
+        SCOPED_TRACE("'" + std::string{command} + "' for " + std::to_string(minutes));
         fail("late", minutes == 5 ? 0 : 1);
         EXPECT_EQ(run(command, minutes), result);
         EXPECT_EQ(recordedWith("sleep 1").size(), minutes == 5 ? 300 : 0);
@@ -61,7 +60,7 @@ TEST_F(ChildRunner, TellsHowTheCommandEnded) {
         for (const auto& line : recorded()) {
             trace += "|" + line;
         }
-        EXPECT_EQ(std::regex_replace(trace, ignored, ""), expected);
+        EXPECT_EQ(replaced(trace, ignored), expected);
         forgetRecorded();
     }
     fail("late", 0);
@@ -77,7 +76,7 @@ TEST_F(ChildRunner, TellsHowTheCommandEnded) {
 
 TEST_F(ChildRunner, IsNotHeldUpForLongByALogCallThatHangs) {
     fail("hang", 1);
-    const std::jthread hanging{[] { diag_log(8, 7, "hang"); }};
+    const std::jthread hanging{[] { diag_log(LOG_USER, LOG_DEBUG, "hang"); }};
     EXPECT_TRUE(waitForRecorded("hangs"));
     EXPECT_EQ(run("exit 0", 1), 0);
     fail("hang", 0);
@@ -107,7 +106,7 @@ TEST_F(ChildRunner, LosesNoChildWhileThreadsLog) {
     std::atomic<bool> done = false;
     const auto log = [&done] {
         while (!done) {
-            diag_log(8, 7, "%s: busy\n", "logger");
+            diag_log(LOG_USER, LOG_DEBUG, "%s: busy\n", "logger");
         }
     };
     const auto runAll = [children](std::uint32_t minutes) {
@@ -144,6 +143,7 @@ protected:
 
 TEST_F(Retention, PolicesWithTheSettingsOfEveryCycle) {
     setScript(R"(case $1 in */dump/) exit 7; esac; [ "$2" != 1 ] || sleep 99)");
+    writeFile("/run/hold", ""); // Between the cycles, until the test has seen one and set the next.
     startDaemon();
     Peer peer;
     using Row = std::tuple<int, int, std::string, const char*>;
@@ -151,18 +151,23 @@ TEST_F(Retention, PolicesWithTheSettingsOfEveryCycle) {
                                           {255, 200, " 100\\n", "nanosleep 1200"},
                                           {100, 20, " 100\\n", "nanosleep 1200"},
                                           {0, 0, " 1\\n", "nanosleep 60"}});
+    ASSERT_TRUE(waitForRecorded("nanosleep"));
     for (const auto& [size, interval, usedSize, sleep] : rows) {
+        SCOPED_TRACE(usedSize);
         peer.set("RetentionSizeInMB", static_cast<std::uint8_t>(size));
         peer.set("RetentionIntervalInMinutes", static_cast<std::uint8_t>(interval));
+        forgetRecorded();
+        writeFile("/run/next", "");
         ASSERT_TRUE(waitForRecorded("nanosleep"));
-        auto runs = recordedWith(" -c /app/bin/wuxRetensionChk.sh /var/run/hmc/");
-        runs.resize(3); // The next cycle may have begun.
-        EXPECT_THAT(runs, ElementsAre(EndsWith("/hmc/" + usedSize), EndsWith("/dump/" + usedSize),
-                                      EndsWith("/rawCPER/" + usedSize)));
+        EXPECT_THAT(recordedWith(" -c /app/bin/wuxRetensionChk.sh /var/run/hmc/"),
+                    ElementsAre(EndsWith("/hmc/" + usedSize), EndsWith("/dump/" + usedSize),
+                                EndsWith("/rawCPER/" + usedSize)));
         EXPECT_THAT(recordedWith(": Failed policing HMC WUX data location : -1"), SizeIs(Ge(1)));
         EXPECT_EQ(recordedWith("nanosleep").front(), sleep);
-        EXPECT_THAT(recordedWith("sleep 1"), SizeIs(AllOf(Ge(size == 0 ? 120 : 0), Le(300))));
-        forgetRecorded();
+        // Two that hang for their minute; otherwise as long as the scripts take on this machine,
+        // and not all the time they are given.
+        const auto waited = recordedWith("sleep 1").size();
+        EXPECT_THAT(waited, size == 0 ? AllOf(Ge(120U), Le(180U)) : AllOf(Ge(0U), Le(1799U)));
     }
 }
 

@@ -17,6 +17,7 @@ TEST_F(LoggerObject, SetsAndGetsPropertiesByName) {
         {"WUXDataLocation", "/a"},
         {"WUXDataCacheLocation", "/b"}};
     for (const auto& [name, value] : values) {
+        SCOPED_TRACE(name);
         EXPECT_NE(object.getPropertyByName(name), value);
         object.setPropertyByName(name, value);
         EXPECT_EQ(object.getPropertyByName(name), value);
@@ -42,7 +43,7 @@ int signalsSeen(const char* signal, Tavrisk::action action) {
     sdbusplus::bus::bus bus{peer.bus()};
     {
         Tavrisk object{bus, "/object", action};
-        object.retentionSizeInMB(1, true);
+        object.setPropertyByName("RetentionSizeInMB", std::uint8_t{1}, true);
         object.retentionSizeInMB(2);
     }
     // After a round trip of each, all signals of before have arrived.

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/zelctl/log_watch.hpp"
+#include "zel/watch.hpp"
 
-#include "tools/zelctl/output.hpp"
 #include "zel/reader.hpp"
 
 #include <poll.h>
@@ -16,7 +15,7 @@
 #include <limits>
 #include <utility>
 
-namespace tavrisk::zelctl {
+namespace tavrisk::zel {
 namespace {
 
 /** The directory of the log, or the closest one above that is there: the log's shows up in it. */
@@ -30,14 +29,15 @@ std::filesystem::path nearestDirectory(const std::string& path) {
 }
 
 [[noreturn]] void fail(const std::string& what) {
-    throw Problem{what + ": " + std::strerror(errno)}; // NOLINT(concurrency-mt-unsafe)
+    throw Unreadable{what + ": " + std::strerror(errno)}; // NOLINT(concurrency-mt-unsafe)
 }
 
-int timeoutUntil(std::optional<TimePoint> until) {
+int timeoutUntil(std::optional<LogWatch::TimePoint> until) {
+    using namespace std::chrono;
     if (!until) {
         return -1;
     }
-    const auto left = (*until - now()).count() + 1;
+    const auto left = (*until - floor<milliseconds>(system_clock::now())).count() + 1;
     return static_cast<int>(std::clamp<std::int64_t>(left, 0, std::numeric_limits<int>::max()));
 }
 
@@ -73,15 +73,14 @@ void LogWatch::arm() {
     watch_ = watch;
 }
 
-void LogWatch::wait(std::optional<TimePoint> until) const {
+Woken LogWatch::wait(std::optional<TimePoint> until) const {
     // Asked for nothing, standard output still says when its reader has gone.
     std::array waiting{pollfd{inotify_, POLLIN, 0}, pollfd{STDOUT_FILENO, 0, 0}};
-    if (poll(waiting.data(), waiting.size(), timeoutUntil(until)) < 0 && errno != EINTR) {
+    const int ready = poll(waiting.data(), waiting.size(), timeoutUntil(until));
+    if (ready < 0 && errno != EINTR) {
         fail("poll");
     }
-    if (waiting[1].revents != 0) {
-        throw NobodyReads{};
-    }
+    return waiting[1].revents != 0 ? Woken::output : ready > 0 ? Woken::log : Woken::time;
 }
 
-} // namespace tavrisk::zelctl
+} // namespace tavrisk::zel

@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "zel/layout.hpp"
+
+#include <array>
+#include <cstddef>
+
+namespace tavrisk::zel {
+namespace {
+
+// Step N takes a database from layout N to N + 1; an empty one takes them all. A step that has
+// once been released stays as it is.
+constexpr std::array schemaSteps{
+    "CREATE TABLE entries ("
+    " sequence INTEGER PRIMARY KEY AUTOINCREMENT,"
+    " time TEXT NOT NULL,"
+    " message_id TEXT NOT NULL,"
+    " severity INTEGER NOT NULL,"
+    " arguments TEXT NOT NULL);"
+    "PRAGMA user_version = 1",
+
+    "CREATE TABLE state ("
+    " dropped INTEGER NOT NULL," // entries that the cap has dropped so far
+    " last_clear TEXT);"
+    "INSERT INTO state (dropped) VALUES (0);"
+    "PRAGMA user_version = 2",
+};
+
+} // namespace
+
+const std::int64_t schemaVersion = schemaSteps.size();
+
+std::int64_t checkedSchemaVersion(const Connection& connection) {
+    try {
+        // One view of the whole: another process may be making the tables right now.
+        const Transaction view{connection, Transaction::Kind::read};
+        const auto version = connection.queryInteger("PRAGMA user_version");
+        if (version > schemaVersion) {
+            throw Refused{Refused::Reason::newer};
+        }
+        const bool foreign =
+            version < 0 ||
+            (version == 0 && connection.queryInteger("SELECT count(*) FROM sqlite_schema") != 0);
+        if (foreign || connection.queryText("PRAGMA quick_check(1)") != "ok") {
+            throw Refused{Refused::Reason::damaged};
+        }
+        // Tables of other names or columns do not let themselves be asked for these.
+        if (version >= 1) {
+            Statement{connection, "SELECT sequence, time, message_id, severity, arguments, seq"
+                                  " FROM entries, sqlite_sequence"};
+        }
+        if (version >= 2) {
+            Statement{connection, "SELECT dropped, last_clear FROM state"};
+        }
+        return version;
+    } catch (const SqliteError& error) {
+        if (error.code() == SQLITE_NOTADB || error.code() == SQLITE_CORRUPT ||
+            error.code() == SQLITE_ERROR) {
+            throw Refused{Refused::Reason::damaged};
+        }
+        throw;
+    }
+}
+
+void bringUpToDate(const Connection& connection) {
+    Transaction transaction{connection};
+    // Read again: another process may have been here first.
+    const auto version = connection.queryInteger("PRAGMA user_version");
+    for (auto step = version; step < schemaVersion; ++step) {
+        connection.execute(schemaSteps.at(static_cast<std::size_t>(step)));
+    }
+    transaction.commit();
+}
+
+} // namespace tavrisk::zel
