@@ -77,7 +77,8 @@ compile() {
   [ $status = 0 ] || { cat "$log" >&2 && die "building failed"; }
 }
 
-# build DIRECTORY OPTION...: configures a build directory below build/ once, and builds it.
+# build DIRECTORY OPTION...: configures a build directory below build/ once, and builds it, or only what is
+# named in `targets`.
 build() {
   directory=$root/build/$1
   shift
@@ -87,7 +88,8 @@ build() {
     meson setup "$directory" "$root" "$@" >"$log" 2>&1 || { cat "$log" >&2 && die "configuring failed"; }
   fi
   echo "Building in ${directory#"$root/"}"
-  compile "$directory" "$log"
+  # shellcheck disable=SC2086 # a list of words
+  compile "$directory" "$log" ${targets-}
 }
 
 # Says at once when private namespaces are not to be had.

@@ -6,6 +6,7 @@
 
 #include <openssl/evp.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
@@ -42,10 +43,11 @@ bool computeSha512(std::span<const std::uint8_t> bytes, Digest& digest) {
 }
 
 std::string toText(const Digest& digest) {
-    std::string text;
-    text.reserve(digestTextLength);
+    std::string text(digestTextLength, '\0');
+    auto at = text.begin();
     for (const auto byte : digest) {
-        text.append(tavrisk::text::hexPair(byte).data(), 2);
+        const auto pair = tavrisk::text::hexPair(byte);
+        at = std::copy(pair.begin(), pair.end(), at);
     }
     return text;
 }

@@ -134,6 +134,8 @@ JsonOutline::Step JsonOutline::readNext() noexcept {
 }
 
 JsonOutline::Step JsonOutline::readNextElement() noexcept {
+    // Only the first element is ever wanted.
+    tokens_.skipPlainElements();
     switch (tokens_.nextButComments()) {
     case JsonToken::comma:
         return Step::value;

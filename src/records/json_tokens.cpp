@@ -2,12 +2,27 @@
 #include "records/json_tokens.hpp"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstring>
 
 namespace tavrisk {
 namespace {
 
 bool isDigit(char c) noexcept {
     return c >= '0' && c <= '9';
+}
+
+bool isSpace(char c) noexcept {
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
+
+// Fewer than any number has that is too large for a double.
+constexpr std::ptrdiff_t mostPlainDigits = 300;
+
+const char* find(const char* begin, const char* end, char wanted) noexcept {
+    const auto* found =
+        static_cast<const char*>(std::memchr(begin, wanted, static_cast<std::size_t>(end - begin)));
+    return found != nullptr ? found : end;
 }
 
 } // namespace
@@ -70,8 +85,18 @@ JsonToken JsonTokens::read(char first) noexcept {
 }
 
 void JsonTokens::skipSpaces() noexcept {
-    while (at_ != end_ && (*at_ == ' ' || *at_ == '\t' || *at_ == '\r' || *at_ == '\n')) {
-        ++at_;
+    at_ = std::find_if_not(at_, end_, isSpace);
+}
+
+void JsonTokens::skipPlainElements() noexcept {
+    for (skipSpaces(); at_ != end_ && *at_ == ','; skipSpaces()) {
+        const char* const first = std::find_if_not(at_ + 1, end_, isSpace);
+        const char* const last = std::find_if_not(first, end_, isDigit);
+        const bool goesOn = last != end_ && (*last == '.' || *last == 'e' || *last == 'E');
+        if (first == last || last - first > mostPlainDigits || goesOn) {
+            return;
+        }
+        at_ = last;
     }
 }
 
@@ -81,17 +106,22 @@ bool JsonTokens::match(std::string_view rest) noexcept {
     return matches;
 }
 
+// From escape to escape; the quote is only looked for again when it was an escaped one, or many
+// escapes would each cost a look at all that follows.
 bool JsonTokens::skipString() noexcept {
-    while (at_ != end_) {
-        const char c = *at_++;
-        if (c == '"') {
-            return true;
+    const char* quote = find(at_, end_, '"');
+    while (true) {
+        at_ = find(at_, quote, '\\');
+        if (at_ == quote) {
+            break;
         }
-        if (c == '\\') {
-            take();
+        ++at_;
+        take();
+        if (at_ > quote) {
+            quote = find(at_, end_, '"');
         }
     }
-    return false;
+    return at_ != end_ && take() == '"';
 }
 
 bool JsonTokens::skipComment() noexcept {
@@ -145,6 +175,12 @@ void JsonTokens::skipDigits() noexcept {
 void JsonName::append(char byte) noexcept {
     if (size_ < capacity) {
         bytes_[size_++] = byte;
+    }
+}
+
+void JsonName::append(std::string_view bytes) noexcept {
+    for (const char byte : bytes.substr(0, capacity)) {
+        append(byte);
     }
 }
 
@@ -216,12 +252,15 @@ bool decodeEscape(std::string_view& text, JsonName& name) noexcept {
 bool decodeJsonString(std::string_view token, JsonName& name) noexcept {
     auto text = token.substr(1, token.size() - 2);
     while (!text.empty()) {
-        const char c = text.front();
-        text.remove_prefix(1);
-        if (c != '\\') {
-            name.append(c);
-        } else if (!decodeEscape(text, name)) {
-            return false;
+        const char* const escape = find(text.data(), text.data() + text.size(), '\\');
+        const auto plain = static_cast<std::size_t>(escape - text.data());
+        name.append(text.substr(0, plain));
+        text.remove_prefix(plain);
+        if (!text.empty()) {
+            text.remove_prefix(1);
+            if (!decodeEscape(text, name)) {
+                return false;
+            }
         }
     }
     return true;

@@ -36,6 +36,9 @@ public:
     JsonToken nextButComments() noexcept;
     /** Passes over white space; whether `wanted` comes then. */
     bool comesNext(char wanted) noexcept;
+    /** Passes over as many commas as follow with nothing but a few digits behind each, and over
+     *  white space: behind an element of an array, elements that need no closer look. */
+    void skipPlainElements() noexcept;
     /** The last token's text. */
     [[nodiscard]] std::string_view text() const noexcept { return {start_, at_}; }
 
@@ -60,6 +63,7 @@ private:
 class JsonName {
 public:
     void append(char byte) noexcept;
+    void append(std::string_view bytes) noexcept;
     [[nodiscard]] bool empty() const noexcept { return size_ == 0; }
     bool operator==(std::string_view name) const noexcept;
 

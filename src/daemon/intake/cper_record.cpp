@@ -40,11 +40,8 @@ int createLogServiceEntry(std::vector<std::uint8_t> logDataBuffer, std::string v
     const auto path = tavrisk::dataRoot + (tavrisk::rawCperDirectory + validationString + "." +
                                            summary["Timestamp"].asString());
     diag_log(LOG_USER, LOG_DEBUG, "%s: Attempt data write to file: %s", logName, path.c_str());
-    // Only an exception ends the call here: an event whose file could not be written is reported.
-    const auto kept = tavrisk::writeDataFile(logName, path, logDataBuffer);
-    if (kept == tavrisk::Kept::failed) {
-        return static_cast<int>(kept);
-    }
+    // An event whose file could not be written is reported all the same.
+    tavrisk::writeDataFile(logName, path, logDataBuffer);
 
     diag_log(LOG_USER, LOG_DEBUG, "%s: Convert JSON to byte stream of JSON", logName);
     const auto json = tavrisk::cperEventRecord(summary);

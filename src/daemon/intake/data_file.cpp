@@ -4,49 +4,71 @@
 #include "contract/places.hpp"
 #include "log/diag_log.hpp"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
-#include <exception>
-#include <fstream>
+#include <cerrno>
 
 namespace tavrisk {
 namespace {
 
 constexpr mode_t dataFileMode = 0774;
 
-Kept createDataFile(const char* logName, const std::string& path,
-                    std::span<const std::uint8_t> bytes) {
-    std::ofstream file;
-    // Without a buffer a full file system fails the write, not a close that nobody looks at.
-    file.rdbuf()->pubsetbuf(nullptr, 0);
-    file.open(path, std::ios::out | std::ios::trunc | std::ios::binary);
-    if (!file.is_open()) {
-        diag_log(LOG_USER, LOG_WARNING, "%s: Failed opening data file: %s", logName, path.c_str());
-        return Kept::notOpened;
+// No stream: it would take memory and thousands of instructions for each file, and have to be kept
+// from buffering, since a full file system must fail the write and not a close that nobody looks
+// at.
+class DataFile {
+public:
+    explicit DataFile(const char* path)
+        : descriptor_{open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)} {}
+    ~DataFile() {
+        if (isOpen()) {
+            close(descriptor_);
+        }
+    }
+    DataFile(const DataFile&) = delete;
+    DataFile& operator=(const DataFile&) = delete;
+
+    [[nodiscard]] bool isOpen() const { return descriptor_ >= 0; }
+
+    bool writeAll(std::span<const std::uint8_t> bytes) {
+        while (!bytes.empty()) {
+            const ssize_t written = write(descriptor_, bytes.data(), bytes.size());
+            if (written < 0 && errno != EINTR) {
+                return false;
+            }
+            bytes = bytes.subspan(written < 0 ? 0 : static_cast<std::size_t>(written));
+        }
+        return true;
     }
 
-    Kept result = Kept::yes;
-    file.write(reinterpret_cast<const char*>(bytes.data()),
-               static_cast<std::streamsize>(bytes.size()));
-    if (!file.good()) {
-        diag_log(LOG_USER, LOG_WARNING, "%s: Failed writing data file: %s", logName, path.c_str());
-        result = Kept::notWritten;
+private:
+    int descriptor_;
+};
+
+Kept createDataFile(const char* logName, const char* path, std::span<const std::uint8_t> bytes) {
+    DataFile file{path};
+    if (!file.isOpen()) {
+        diag_log(LOG_USER, LOG_WARNING, "%s: Failed opening data file: %s", logName, path);
+        return Kept::notOpened;
     }
-    file.close();
-    chmod(path.c_str(), dataFileMode);
-    return result;
+    if (!file.writeAll(bytes)) {
+        diag_log(LOG_USER, LOG_WARNING, "%s: Failed writing data file: %s", logName, path);
+        return Kept::notWritten;
+    }
+    return Kept::yes;
 }
 
 } // namespace
 
 Kept writeDataFile(const char* logName, const std::string& path,
-                   std::span<const std::uint8_t> bytes) {
-    try {
-        return createDataFile(logName, path, bytes);
-    } catch (const std::exception&) {
-        diag_log(LOG_USER, LOG_WARNING, "%s: Failed writing data file: %s", logName, path.c_str());
-        return Kept::failed;
+                   std::span<const std::uint8_t> bytes) noexcept {
+    const auto kept = createDataFile(logName, path.c_str(), bytes);
+    if (kept != Kept::notOpened) {
+        chmod(path.c_str(), dataFileMode);
     }
+    return kept;
 }
 
 } // namespace tavrisk

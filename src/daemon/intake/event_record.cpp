@@ -16,9 +16,6 @@ int tavrisk_daemon_thread(std::vector<std::uint8_t> logDataBuffer, std::string v
     const auto path =
         tavrisk::dataRoot + std::move(validationString) + "." + std::to_string(time(nullptr));
     const auto kept = tavrisk::writeDataFile(__func__, path, logDataBuffer);
-    if (kept == Kept::failed) {
-        return static_cast<int>(kept);
-    }
     try {
         startWorker(std::move(logDataBuffer));
     } catch (const std::exception& e) {
