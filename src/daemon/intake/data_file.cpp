@@ -32,7 +32,7 @@ public:
 
     [[nodiscard]] bool isOpen() const { return descriptor_ >= 0; }
 
-    bool writeAll(std::span<const std::uint8_t> bytes) {
+    [[nodiscard]] bool writeAll(std::span<const std::uint8_t> bytes) const {
         while (!bytes.empty()) {
             const ssize_t written = write(descriptor_, bytes.data(), bytes.size());
             if (written < 0 && errno != EINTR) {
