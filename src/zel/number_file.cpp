@@ -15,52 +15,59 @@ namespace {
 // How many numbers are reserved at once: one more wait for the disk in as many entries.
 constexpr std::int64_t block = 256;
 
+// Where the numbers stand, each in as many digits as fit between, and never moved: a full disk has
+// room for another value, and two processes do not write over each other's.
+constexpr int usedPlace = 0;
+constexpr int reservedPlace = 21;
+
 } // namespace
+
+NumberFile::NumberFile(const std::string& path)
+    : file_{open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)} {}
+
+NumberFile::~NumberFile() {
+    if (file_ >= 0) {
+        close(file_);
+    }
+}
 
 NumberFile::Numbers NumberFile::read() const {
     Numbers numbers;
     std::array<char, 64> text{};
-    const int file = open(path_.c_str(), O_RDONLY | O_CLOEXEC);
-    const bool isRead = file >= 0 && pread(file, text.data(), text.size() - 1, 0) > 0;
-    if (file >= 0) {
-        close(file);
-    }
     // NOLINTNEXTLINE(cert-err34-c): a number out of range is as wrong as no number
-    if (!isRead ||
+    if (pread(file_, text.data(), text.size() - 1, 0) <= 0 ||
         std::sscanf(text.data(), "%20" SCNd64 " %20" SCNd64 "\n", &numbers.used,
                     &numbers.reserved) != 2 ||
-        numbers.used < 0 || numbers.reserved < numbers.used) {
+        numbers.used < 0 || numbers.reserved <= 0) {
         return {};
     }
-    return numbers;
+    return {numbers.used, std::max(numbers.used, numbers.reserved)};
 }
 
-void NumberFile::reserve(std::int64_t number) const {
-    const auto numbers = read();
-    if (numbers.reserved < number) {
-        write({numbers.used, number + block - 1}, true);
+void NumberFile::reserve(std::int64_t number) {
+    if (number <= reserved_) {
+        return;
+    }
+    const auto numbers = read(); // Another process may have reserved more.
+    reserved_ = numbers.reserved;
+    if (number > reserved_ && (numbers.reserved != 0 || write(0, usedPlace)) &&
+        write(number + block - 1, reservedPlace)) {
+        fdatasync(file_);
+        reserved_ = number + block - 1;
     }
 }
 
 void NumberFile::use(std::int64_t number) const {
-    auto numbers = read();
-    numbers.used = std::max(numbers.used, number);
-    numbers.reserved = std::max(numbers.reserved, number);
-    write(numbers, false);
+    if (reserved_ != 0) {
+        static_cast<void>(write(number, usedPlace));
+    }
 }
 
-void NumberFile::write(Numbers numbers, bool synced) const {
-    // Of one width, and written in its place: a full disk has room for it.
-    std::array<char, 64> text{};
-    const int size = std::snprintf(text.data(), text.size(), "%020" PRId64 " %020" PRId64 "\n",
-                                   numbers.used, numbers.reserved);
-    const int file = open(path_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-    if (file >= 0) {
-        if (pwrite(file, text.data(), static_cast<std::size_t>(size), 0) == size && synced) {
-            fdatasync(file);
-        }
-        close(file);
-    }
+bool NumberFile::write(std::int64_t number, int place) const {
+    std::array<char, 32> text{};
+    const int size = std::snprintf(text.data(), text.size(), "%020" PRId64 "%c", number,
+                                   place == usedPlace ? ' ' : '\n');
+    return pwrite(file_, text.data(), static_cast<std::size_t>(size), place) == size;
 }
 
 } // namespace tavrisk::zel

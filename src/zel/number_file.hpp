@@ -12,6 +12,7 @@ namespace tavrisk::zel {
  * so it also holds a number up to which all may have been used, and that one never does.
  *
  * A file that cannot be read or written is as good as none: the database knows its numbers too.
+ * Stays open, so it is of no use when another one has taken its place.
  */
 class NumberFile {
 public:
@@ -20,20 +21,24 @@ public:
         std::int64_t reserved = 0;
     };
 
-    explicit NumberFile(std::string path) : path_{std::move(path)} {}
+    explicit NumberFile(const std::string& path);
+    ~NumberFile();
+    NumberFile(const NumberFile&) = delete;
+    NumberFile& operator=(const NumberFile&) = delete;
 
     [[nodiscard]] Numbers read() const;
 
     /** Before a number is used for good: has it among the reserved ones, on the disk. */
-    void reserve(std::int64_t number) const;
+    void reserve(std::int64_t number);
 
     /** After it was used. */
     void use(std::int64_t number) const;
 
 private:
-    void write(Numbers numbers, bool synced) const;
+    [[nodiscard]] bool write(std::int64_t number, int place) const;
 
-    std::string path_;
+    int file_;
+    std::int64_t reserved_ = 0; // at least
 };
 
 } // namespace tavrisk::zel

@@ -93,9 +93,15 @@ void announce(const Connection& connection) {
 } // namespace
 
 Store::Store(const std::string& path, Condition condition)
-    : numbers_{path + ".numbers"},
-      connection_{
-          (makeDirectory(std::filesystem::path{path}.parent_path()), open(path, condition))},
+    : numbers_{(makeDirectory(std::filesystem::path{path}.parent_path()), path + ".numbers")},
+      connection_{open(path, condition)},
+      insert_{connection_, "INSERT INTO entries (time, message_id, severity, arguments,"
+                           " boot_id, since_boot) VALUES (?, ?, ?, ?, ?, ?)"},
+      dataVersion_{connection_, "PRAGMA data_version"},
+      drop_{connection_, "DELETE FROM entries WHERE sequence IN"
+                         " (SELECT sequence FROM entries ORDER BY sequence LIMIT ?)"},
+      countDropped_{connection_, "UPDATE state SET dropped = dropped + ?"},
+      totals_{connection_},
       bootId_{bootId()} {
     countOn();
 }
@@ -157,36 +163,40 @@ void Store::append(std::span<const Entry> entries, std::int64_t maxEntries, cons
     dropBeyond(maxEntries, entries.size());
     addLosses(connection_, losses);
     transaction.commit();
-    dataVersion_ = connection_.queryInteger("PRAGMA data_version");
+    keptVersion_ = dataVersion();
     numbers_.use(last);
     announce(connection_);
 }
 
 /** Returns the number of the last one. */
 std::int64_t Store::insert(std::span<const Entry> entries) {
-    Statement insert{connection_, "INSERT INTO entries (time, message_id, severity, arguments,"
-                                  " boot_id, since_boot) VALUES (?, ?, ?, ?, ?, ?)"};
-    Totals totals{connection_};
     std::int64_t last = 0;
     for (const auto& entry : entries) {
-        insert.bind(1, entry.time);
-        insert.bind(2, entry.messageId);
-        insert.bind(3, std::int64_t{entry.severity});
-        insert.bind(4, entry.arguments);
-        insert.bind(5, bootId_);
-        insert.bind(6, entry.sinceBoot);
-        insert.step();
+        insert_.bind(1, entry.time);
+        insert_.bind(2, entry.messageId);
+        insert_.bind(3, std::int64_t{entry.severity});
+        insert_.bind(4, entry.arguments);
+        insert_.bind(5, bootId_);
+        insert_.bind(6, entry.sinceBoot);
+        insert_.step();
         last = sqlite3_last_insert_rowid(connection_.get()); // before that of a total
-        insert.reset();
-        totals.count(entry);
+        insert_.reset();
+        totals_.count(entry);
     }
     return last;
 }
 
+/** Another one whenever another process has written. */
+std::int64_t Store::dataVersion() {
+    dataVersion_.step();
+    const auto version = dataVersion_.integer(0);
+    dataVersion_.reset();
+    return version;
+}
+
 void Store::dropBeyond(std::int64_t maxEntries, std::size_t added) {
     // Counted once, and again only when somebody else has written or a write has failed.
-    if (const auto version = std::exchange(dataVersion_, -1);
-        version != connection_.queryInteger("PRAGMA data_version")) {
+    if (std::exchange(keptVersion_, -1) != dataVersion()) {
         kept_ = connection_.queryInteger("SELECT count(*) FROM entries");
     } else {
         kept_ += static_cast<std::int64_t>(added);
@@ -194,21 +204,20 @@ void Store::dropBeyond(std::int64_t maxEntries, std::size_t added) {
     if (kept_ <= maxEntries) {
         return;
     }
-    Statement drop{connection_, "DELETE FROM entries WHERE sequence IN"
-                                " (SELECT sequence FROM entries ORDER BY sequence LIMIT ?)"};
-    drop.bind(1, kept_ - maxEntries);
-    drop.step();
+    drop_.bind(1, kept_ - maxEntries);
+    drop_.step();
+    drop_.reset();
     const auto dropped = sqlite3_changes64(connection_.get());
     kept_ -= dropped;
-    Statement count{connection_, "UPDATE state SET dropped = dropped + ?"};
-    count.bind(1, dropped);
-    count.step();
+    countDropped_.bind(1, dropped);
+    countDropped_.step();
+    countDropped_.reset();
 }
 
 void Store::clear() {
     Transaction transaction{connection_};
     connection_.execute("DELETE FROM entries");
-    dataVersion_ = -1;
+    keptVersion_ = -1;
     Statement note{connection_, "UPDATE state SET last_clear = ?"};
     const text::UtcTime now{std::chrono::system_clock::now()};
     note.bind(1, now.text());

@@ -50,14 +50,17 @@ private:
     Connection open(const std::string& path, Condition condition);
     void countOn();
     std::int64_t insert(std::span<const Entry> entries);
+    std::int64_t dataVersion();
     void dropBeyond(std::int64_t maxEntries, std::size_t added);
 
     NumberFile numbers_;
     std::optional<Salvage> salvage_;
     Connection connection_;
+    Statement insert_, dataVersion_, drop_, countDropped_;
+    Totals totals_;
     std::string bootId_;
     std::int64_t kept_ = 0;         // how many entries there are
-    std::int64_t dataVersion_ = -1; // of that count: another one when other processes write
+    std::int64_t keptVersion_ = -1; // of that count: another one when other processes write
 };
 
 } // namespace tavrisk::zel
