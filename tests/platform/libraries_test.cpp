@@ -10,8 +10,10 @@
 #include "zel/sqlite.hpp"
 
 #include <sys/mount.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -339,7 +341,18 @@ std::int64_t damageTimes(int times) {
 }
 
 TEST_F(Mosslink, SalvagesADamagedLogAndGoesOn) {
+    const sockaddr_un address{AF_UNIX, "/dev/log"};
+    const int log = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(0, bind(log, reinterpret_cast<const sockaddr*>(&address), sizeof address));
     EXPECT_GT(damageTimes(5), 9000);
+    bool told = false;
+    for (std::string line(1024, '\0'); recv(log, line.data(), line.size(), MSG_DONTWAIT) > 0;) {
+        told = told || has(line, R"(^<10>\S+\[\d+\]: The event log was damaged\. It is now \S+)"
+                                 R"(/zel\.db\.damaged-\S+Z; entries taken over: \d{4})");
+    }
+    EXPECT_TRUE(told);
+    close(log);
+    std::filesystem::remove("/dev/log");
 }
 
 TEST_F(Mosslink, ThoroughSalvageOf200Damages) {
