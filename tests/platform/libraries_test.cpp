@@ -160,7 +160,8 @@ TEST_F(Mosslink, DropsTheOldestEntriesBeyondTheCapAndCountsThem) {
             .c_str());
     submit("second");
     submit("third");
-    EXPECT_EQ(cap + " 3 2",
+    submit("fourth");
+    EXPECT_EQ(cap + " 4 3",
               query("format('%d %d %d', count(*), min(sequence), (SELECT dropped FROM state))"));
 }
 
