@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What the scripts share; sourced by them. Sets `root`, the source tree.
 # shellcheck shell=sh
 
@@ -52,8 +53,31 @@ need_build() {
   need g++ $(libraries '') meson ninja-build pkg-config dbus-daemon util-linux "$@"
 }
 
-# build DIRECTORY OPTION...: configures a build directory below build/ once, and builds it; through
-# the command in `politely` if that is set.
+# show_progress LOG: how far ninja is by its log, over and over in one line of a terminal.
+show_progress() {
+  while sleep 0.5; do
+    printf '\r  %s ' "$(tail -c 4096 "$1" | grep -ao '^\[[0-9]*/[0-9]*\]' | tail -n 1)"
+  done
+}
+
+# compile DIRECTORY LOG TARGET...: builds, through the command in `politely` if that is set.
+compile() {
+  directory=$1
+  log=$2
+  shift 2
+  : >"$log"
+  progress=
+  if [ -t 1 ]; then
+    show_progress "$log" &
+    progress=$!
+  fi
+  status=0
+  ${politely-} ninja -C "$directory" "$@" >"$log" 2>&1 || status=$?
+  [ -z "$progress" ] || { kill "$progress" && printf '\r                    \r'; }
+  [ $status = 0 ] || { cat "$log" >&2 && die "building failed"; }
+}
+
+# build DIRECTORY OPTION...: configures a build directory below build/ once, and builds it.
 build() {
   directory=$root/build/$1
   shift
@@ -63,7 +87,7 @@ build() {
     meson setup "$directory" "$root" "$@" >"$log" 2>&1 || { cat "$log" >&2 && die "configuring failed"; }
   fi
   echo "Building in ${directory#"$root/"}"
-  ${politely-} ninja -C "$directory" >"$log" 2>&1 || { cat "$log" >&2 && die "building failed"; }
+  compile "$directory" "$log"
 }
 
 # Says at once when private namespaces are not to be had.

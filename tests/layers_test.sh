@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # layers_test.sh SOURCE: holds the order in which the folders below SOURCE/src may include each other.
 set -eu
 cd "$1/src"
@@ -20,6 +21,7 @@ records contract text log
 log contract text
 compat sdbusplus
 contract
+pch
 text
 '
 

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # Runs in the guest, as root: tries what needs a real machine, and prints a line for each check:
 # result, name and remark, with tabs between them.
 set -u
@@ -265,6 +266,76 @@ nothing_has_failed() {
   [ -z "$failed" ]
 }
 
+# What the documents say
+
+# documented FILE HEADING [LEFT-OUT]: runs the blocks of shell commands in a document's chapters, one after
+# the other; not those with what must be left out here.
+documented() {
+  rm -rf /run/documented
+  mkdir /run/documented
+  awk -v heading="$2" '
+    /^```/ { inside = here && $0 == "```sh"; if (inside) block++; next }
+    inside { sub(/^\.\/scripts\/package$/, ":"); print >("/run/documented/" sprintf("%02d", block)); next }
+    /^#+ / { here = $0 ~ heading }' "/checks/$1"
+  if [ -n "${3-}" ]; then grep -lE "$3" /run/documented/* | xargs rm; fi
+  # shellcheck disable=SC2016 # expanded by the inner shell
+  timeout 300 sh -euc '. /checks/documented.sh
+    cd /checks
+    for block; do head -n 1 "$block" >/run/begun && . "$block"; done' sh /run/documented/* \
+    >/run/output 2>&1 </dev/null ||
+    { echo "status $?: $(cat /run/begun): $(tail -n 1 /run/output)" && return 1; }
+  echo "$(find /run/documented -type f | wc -l) blocks of commands"
+}
+
+# How packages come and go
+
+is_installed() { is_active && systemctl -q is-enabled "$unit" && eventually takes_the_first_event; }
+takes_the_first_event() { tavriskctl log events/event6-above-upper-critical.json && has_entry --id HMC0006; }
+
+# What there is of it but for data; the documents in /checks are not its own.
+files_of_it() {
+  find / -xdev -path /checks -prune -o -print | grep -E \
+    '/([^/]*tavrisk|com\.vorn|run-hmc|zelctl|libmosslink|libkelp|libwhelk|app$|wuxRet)[^/]*$' |
+    grep -vE '^/var/((lib|log)/tavrisk$|cache/man/)'
+}
+files_of_data() { find /mmc1/hmc "$tree" -type f | wc -l; }
+
+leaves_log_and_data() {
+  before=$(files_of_it | wc -l)
+  data=$(files_of_data)
+  documented README.md "$1" || return 1
+  left=$(files_of_it | tr '\n' ' ')
+  echo "${left:-the log and $data files of data left, $before others gone}"
+  # One that was taken for damaged before is a log too.
+  [ -z "$left" ] && ! is_active && [ -n "$(find /var/lib/tavrisk -name zel.db -size +0)" ] &&
+    [ "$(files_of_data)" = "$data" ]
+}
+
+# As if it had never been here.
+forget() {
+  userdel tavrisk
+  groupdel -f hmc
+  if mountpoint -q "$tree"; then umount "$tree"; fi
+  rm -rf /var/lib/tavrisk /var/log/tavrisk /mmc1 /app
+  systemctl reset-failed 2>/dev/null
+  systemctl daemon-reload
+}
+
+installs() {
+  forget
+  documented README.md "$1" && is_installed && zelctl list --limit 1
+}
+
+own_test() (cd /checks && debian/tests/an-event-goes-its-road)
+
+keeps_the_log_at_an_upgrade() {
+  before=$(entries)
+  pid=$(main_pid)
+  apt-get -q -y install /checks/next/*.deb && is_active && [ "$(main_pid)" != "$pid" ] || return 1
+  echo "$(dpkg-query -W -f '${Version}' tavrisk), $before entries before and after"
+  [ "$before" -gt 0 ] && [ "$(entries)" = "$before" ]
+}
+
 check "The machine is up, all units in order" nothing_has_failed
 check "Users and directories are made at boot" has_its_directories
 check "The unit starts at boot and owns the name" starts_at_boot
@@ -292,5 +363,16 @@ check "Killed, it comes back with its entries" survives_a_kill
 check "Stopped, it loses no event that it has taken" loses_nothing_at_a_stop
 check "Ended with 255, it comes back" comes_back_after_255
 check "Ending with 255 at every start, it is left alone" does_not_storm
+check "All units in order so far" nothing_has_failed
+check "Commands of README work" documented README.md '^## D-Bus'
+check "Commands of docs/dbus-api.md work" documented docs/dbus-api.md .
+check "Commands of docs/operations.md work" documented docs/operations.md . 'vendor|journal-upload'
+check "Removed, it leaves log and data" leaves_log_and_data '^### Remove the packages'
+check "Installed from its packages, it runs" installs '^### Install the packages'
+check "The packages' own test passes" own_test
+check "An upgrade keeps the log" keeps_the_log_at_an_upgrade
+check "Removed again, it leaves log and data" leaves_log_and_data '^### Remove the packages'
+check "Installed from source below /usr/local, it runs" installs '^### Install from source'
+check "Removed from there, it leaves log and data" leaves_log_and_data '^### Remove what came'
 check "All units in order at the end" nothing_has_failed
 echo end

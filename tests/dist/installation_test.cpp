@@ -18,12 +18,18 @@ struct InstalledFile {
     unsigned mode;
 };
 constexpr std::array embeddedFiles{
-    InstalledFile{"libkelp.so", "", 0755},    InstalledFile{"libmosslink.so.9", "", 0755},
-    InstalledFile{"libwhelk.so.9", "", 0755}, InstalledFile{"tavrisk-retention", "libexec", 0755},
-    InstalledFile{"zelctl", "bin", 0755},     InstalledFile{"zelctl", "completions", 0644},
-    InstalledFile{"zelctl.1", "man1", 0644},  InstalledFile{"zelctl.schema.json", "tavrisk", 0644},
+    InstalledFile{"libkelp.so", "", 0755},
+    InstalledFile{"libmosslink.so.9", "", 0755},
+    InstalledFile{"libwhelk.so.9", "", 0755},
+    InstalledFile{"tavrisk-retention", "libexec", 0755},
+    InstalledFile{"zelctl", "bin", 0755},
+    InstalledFile{"zelctl", "completions", 0644},
+    InstalledFile{"zelctl.1", "man1", 0644},
+    InstalledFile{"zelctl.schema.json", "tavrisk", 0644},
+    InstalledFile{"tavrisk-embedded.conf", "tmpfiles.d", 0644},
 };
 constexpr std::array daemonFiles{
+    InstalledFile{"LICENSE", "tavrisk", 0644},
     InstalledFile{"com.vorn.bmc.tavrisk.conf", "system.d", 0644},
     InstalledFile{"com.vorn.bmc.tavrisk.service", "system-services", 0644},
     InstalledFile{"com.vorn.bmc.tavrisk.xml", "interfaces", 0644},
@@ -60,8 +66,8 @@ std::vector<Promise> promises() {
           "ExecStartPre=-+systemd-tmpfiles --create tavrisk.conf\n", "ExecStop=-/bin/sh -c ",
           "Restart=always\nRestartSec=3s\n", "StartLimitIntervalSec=2min\nStartLimitBurst=5\n",
           "User=tavrisk\nGroup=tavrisk\n",
-          "ProtectSystem=strict\nReadWritePaths=/run/hmc -/mmc1/hmc",
-          "NoExecPaths=/run/hmc -/mmc1/hmc", "ReadOnlyPaths=/tmp /var/tmp\n", "PrivateIPC=yes\n",
+          "ProtectSystem=strict\nReadWritePaths=-/run/hmc -/mmc1/hmc",
+          "NoExecPaths=-/run/hmc -/mmc1/hmc", "ReadOnlyPaths=/tmp /var/tmp\n", "PrivateIPC=yes\n",
           "SystemCallErrorNumber=EPERM\n", "MemoryMax=", "TasksMax=infinity\nLimitNPROC=infinity\n",
           "WantedBy=multi-user.target\n"}},
         {"system/run-hmc.mount",

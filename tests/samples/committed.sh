@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # The committed CPERs are what their generator makes.
 # usage: committed.sh DIRECTORY MAKE_CPER...
 set -eu

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # The examples of docs/reading-records.md are what tavriskctl prints: below each line "$ COMMAND" of
 # an indented block stands the command's output.
 # usage: reading.sh DOCUMENT SAMPLES TAVRISKCTL...

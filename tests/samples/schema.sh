@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # What tavriskctl makes of every record in JSON, whole or cut off, is what its schema promises.
 # usage: schema.sh SCHEMA SAMPLES TAVRISKCTL...
 set -eu

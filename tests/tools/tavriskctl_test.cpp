@@ -67,7 +67,7 @@ TEST_F(Tavriskctl, SaysInOneSentenceWhatBecameOfEachRequest) {
         {"log - </dev/zero", 1, "tavriskctl: standard input: is larger than 64 MiB"},
         {"log /run/empty", 1, "tavriskctl: /run/empty: refused: empty input"},
         {"log /run", 1, "tavriskctl: /run: cannot be read: Is a directory"},
-        {R"(log $(printf '\033[m\302\233\377'))", 1, R"(tavriskctl: \x1b[m\xc2\x9b\xff: cannot)"},
+        {R"(log $(printf '\033[m\302\233\377'))", 1, R"(tavriskctl: \x1b[m\u{9b}\xff: cannot)"},
         {"cper cper/truncated.cper", 1,
          "tavriskctl: cper/truncated.cper: refused: it is too short"},
         {"save kept /run/e", 0, "/run/e: accepted as 'kept'"},
@@ -79,6 +79,10 @@ TEST_F(Tavriskctl, SaysInOneSentenceWhatBecameOfEachRequest) {
         {"set WUXDataLocation /", 1, "tavriskctl: WUXDataLocation: the property is read-only"},
         {"clear", 1, "tavriskctl: data cache: saving failed, nothing was cleared"},
         {"launch", 2, "tavriskctl: there is no command 'launch'"},
+        {"set - - --json -x", 2, "tavriskctl: there is no option '-x'"},
+        {"status --timeout", 2, "tavriskctl: --timeout needs a value"},
+        {"help clear | sed -n '1p;$p'", 0,
+         "Usage: tavriskctl clear [OPTION]...\n3 the daemon could not be reached."},
         {"--bus=sytem status", 2, "tavriskctl: --bus takes system, session or an address such as"},
         {"--timeout=-1 status", 2,
          "tavriskctl: --timeout takes a number of seconds, a year's at most"},
@@ -88,8 +92,9 @@ TEST_F(Tavriskctl, SaysInOneSentenceWhatBecameOfEachRequest) {
 }
 
 TEST_F(Tavriskctl, ExitsWith3WhenNobodyAnswers) {
+    writeFile("/run/hmc/dump/kept", std::string(2355, 'x'));
     const std::string directories = "/var/run/hmc                0 files, 0 bytes\n"
-                                    "/var/run/hmc/dump           0 files, 0 bytes\n"
+                                    "/var/run/hmc/dump           1 file, 2.3 KiB\n"
                                     "/var/run/hmc/rawCPER        0 files, 0 bytes\n";
     expectAll({{"status", 3, directories + "tavriskctl: the daemon is not running: nobody owns"},
                {"clear", 3, "tavriskctl: data cache: the daemon is not running"}});
@@ -136,6 +141,8 @@ TEST_F(Tavriskctl, MonitorFollowsPropertiesAndNameUntilNobodyListens) {
     monitor->kill(SIGINT);
     EXPECT_EQ(monitor->wait(), 0);
     expectAll({{"monitor | head -n 1 | cut -c 22-", 0, "the daemon is not there"}});
+    Process{{"sh", "-c", "{ sleep 0.2; $TAVRISK_CTL help; echo $? >/run/out; } | true"}}.wait();
+    EXPECT_EQ(readFile("/run/out"), "0\n");
 }
 
 TEST_F(Tavriskctl, ExplainsWithoutADaemonAndWithoutATrace) {
@@ -149,7 +156,7 @@ TEST_F(Tavriskctl, ExplainsWithoutADaemonAndWithoutATrace) {
     writeFile("/run/longest", named(1023));
     writeFile("/run/text", "{\n \"CPER\":{},\"EventType\":\"Event\",\"Severity\":\"Critical\"}");
     writeFile("/run/hostile", "{\"EventType\":\"Event\",\"Severity\":\"OK\",\"Message\":"
-                              "\"a\\u001b[1m\u202e\u202c\",\"Resolution\":\"b\\nc\"}");
+                              "\"a\\u001b[1m\u202e\u202c\u200b\",\"Resolution\":\"b\\nc\"}");
     const std::string said = "standard input: ";
     expectAll({
         {"explain - <events/event5-above-upper-caution.json", 0,
@@ -165,9 +172,9 @@ TEST_F(Tavriskctl, ExplainsWithoutADaemonAndWithoutATrace) {
         {"explain - </run/text", 0, said + "reported as HMC0001, critical, device \"\": A"},
         {"explain - </run/e", 0, said + "not reported: its Severity is of the wrong type"},
         {"explain - </run/hostile", 0,
-         said + "a\\x1b[1m\\xe2\\x80\\xae\\xe2\\x80\\xac\n  not reported: neither its Severity nor "
+         said + "a\\x1b[1m\\u{202e}\\u{202c}\\u{200b}\n  not reported: neither its Severity nor "
                 "its MessageSeverity"
-                " is \"Critical\" or \"Warning\"\n  Resolution: b\\x0ac"},
+                " is \"Critical\" or \"Warning\"\n  Resolution: b\\nc"},
         {"explain - <cper/memory-error-four-bytes-ahead.cper", 0,
          said + "Corrected single-bit ECC error at node 0, card 1, module 4, rank 1, bank 3, "
                 "device 9, row 0x4d21, column 136, bit 17, physical address 0x00000027f4a1c0c0; "

@@ -184,7 +184,7 @@ TEST_F(Zelctl, SaysWhyItCannot) {
         EXPECT_EQ(run(arguments), status) << arguments;
         EXPECT_THAT(readFile("/run/out"), HasSubstr(part)) << arguments;
     };
-    expect("list --db /run/none", 1, "/run/none: No such file");
+    expect("list --db /run/$(printf 'no\\033ne')", 1, R"(zelctl: /run/no\x1bne: No such file)");
     expect("verify --db /etc/passwd", 1, "damaged, or no event log");
     expect("list --db /run", 1, "/run: is not a file");
     tavrisk::zel::Connection{"/run/other", SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE}.execute(
@@ -192,8 +192,12 @@ TEST_F(Zelctl, SaysWhyItCannot) {
     expect("list --db /run/other", 1, "damaged, or no event log");
     expect("show 6", 1, "no entry 6");
     expect("clear", 2, "--yes");
-    expect("list --since yesterday", 2, "\"yesterday\" is no time");
-    expect("stats --limit 1", 2, "does not go with");
+    expect("list --since yesterday", 2,
+           "zelctl: --since takes a TIME, not 'yesterday'\n"
+           "Try 'zelctl list --help'.\n");
+    expect("stats -n 1", 2, "zelctl: stats has no option --limit\n");
+    expect("list -n 0", 2, "zelctl: --limit takes a number from 1, not '0'\n");
+    expect("help verify", 0, "Usage: zelctl verify [OPTION]...\n\nTo check the database.\n");
     expect("clear --yes", 0, "5");
     add("2025-01-01T10:00:00.000Z", "HMC0001", 1, "GPU0");
     expect("list", 0, "6  2025");

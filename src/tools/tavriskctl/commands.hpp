@@ -1,20 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "tools/tavriskctl/options.hpp"
+#include "tools/common/command_line.hpp"
 
-namespace tavrisk::ctl {
+namespace tavrisk::tools {
 
 // One function per command. Each prints its results and returns the worst of them; a Failure that
 // concerns the whole command is raised.
 
-Exit logEvents(const Options& options);
-Exit logCpers(const Options& options);
-Exit save(const Options& options);
-Exit clear(const Options& options);
-Exit status(const Options& options);
-Exit set(const Options& options);
-Exit monitor(const Options& options);
-Exit explain(const Options& options);
+Exit logEvents(const Arguments& arguments);
+Exit logCpers(const Arguments& arguments);
+Exit save(const Arguments& arguments);
+Exit clear(const Arguments& arguments);
+Exit status(const Arguments& arguments);
+Exit set(const Arguments& arguments);
+Exit monitor(const Arguments& arguments);
+Exit explain(const Arguments& arguments);
 
-} // namespace tavrisk::ctl
+} // namespace tavrisk::tools

@@ -3,15 +3,14 @@
 
 #include "records/cper/printed.hpp"
 #include "records/cper/record.hpp"
-#include "tools/tavriskctl/report.hpp"
+#include "tools/common/output.hpp"
 
 #include <json/reader.h>
-#include <json/writer.h>
 
 #include <exception>
 #include <memory>
 
-namespace tavrisk::ctl {
+namespace tavrisk::tools {
 namespace {
 
 /** Null for bytes that are no JSON object. */
@@ -36,15 +35,13 @@ std::string textOf(const Json::Value& value) {
     if (value.isObject() && value["@odata.id"].isString()) {
         return value["@odata.id"].asString();
     }
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    return Json::writeString(builder, value);
+    return jsonLine(value);
 }
 
 void add(Content& content, const char* label, const char* member, const Json::Value& value) {
     const auto text = textOf(value);
     if (!text.empty()) {
-        content.lines += std::string{label} + ": " + printable(text) + "\n";
+        content.lines += std::string{label} + ": " + harmless(text) + "\n";
         content.members[member] = text;
     }
 }
@@ -78,4 +75,4 @@ Content contentOfEvent(std::span<const std::uint8_t> bytes) {
     return content;
 }
 
-} // namespace tavrisk::ctl
+} // namespace tavrisk::tools

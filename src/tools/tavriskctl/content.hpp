@@ -7,7 +7,7 @@
 #include <span>
 #include <string>
 
-namespace tavrisk::ctl {
+namespace tavrisk::tools {
 
 /** What a record says of itself, whatever the daemon makes of it. */
 struct Content {
@@ -26,4 +26,4 @@ Content contentOfCper(std::span<const std::uint8_t> bytes);
  *  have no content. */
 Content contentOfEvent(std::span<const std::uint8_t> bytes);
 
-} // namespace tavrisk::ctl
+} // namespace tavrisk::tools

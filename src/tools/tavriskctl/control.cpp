@@ -4,7 +4,9 @@
 #include "tools/tavriskctl/daemon.hpp"
 #include "tools/tavriskctl/report.hpp"
 
-namespace tavrisk::ctl {
+using namespace std::chrono_literals;
+
+namespace tavrisk::tools {
 namespace {
 
 /** What the daemon makes of a number that is out of the range that it uses. */
@@ -19,14 +21,16 @@ std::string effect(const Property& property) {
 
 } // namespace
 
-Exit clear(const Options& options) {
-    Report report{options};
+Exit clear(const Arguments& arguments) {
+    // Saving and three clearings have five minutes each; one more for what comes before.
+    const auto target = targetOf(arguments, 21min);
+    Report report{arguments};
     report.tell("data cache", Json::objectValue, [&] {
-        const auto reply = Daemon{options.bus, options.timeout}.saveAndClearCache();
+        const auto reply = Daemon{target}.saveAndClearCache();
         // What the clearing came to is not in the reply.
-        Outcome outcome{Exit::accepted, "saved, and cleared of what could be removed"};
+        Outcome outcome{Exit::done, "saved, and cleared of what could be removed"};
         if (reply != 0) {
-            outcome = {Exit::refused, "saving failed, nothing was cleared"};
+            outcome = {Exit::failed, "saving failed, nothing was cleared"};
         }
         outcome.details["reply"] = reply;
         return outcome;
@@ -34,17 +38,18 @@ Exit clear(const Options& options) {
     return report.finish();
 }
 
-Exit set(const Options& options) {
-    const auto property = parseProperty(options.property, options.value);
-    Report report{options};
+Exit set(const Arguments& arguments) {
+    const auto target = targetOf(arguments, 25s);
+    const auto property = parseProperty(arguments.operands[0], arguments.operands[1]);
+    Report report{arguments};
     Json::Value about;
     about["property"] = property.first;
     about["value"] = toJson(property.second);
     report.tell(property.first, about, [&] {
-        Daemon{options.bus, options.timeout}.set(property);
-        return Outcome{Exit::accepted, "set to " + toText(property.second) + effect(property)};
+        Daemon{target}.set(property);
+        return Outcome{Exit::done, "set to " + toText(property.second) + effect(property)};
     });
     return report.finish();
 }
 
-} // namespace tavrisk::ctl
+} // namespace tavrisk::tools

@@ -2,18 +2,45 @@
 #pragma once
 
 #include "contract/names.hpp"
-#include "tools/tavriskctl/connection.hpp"
+#include "tools/common/command_line.hpp"
 #include "tools/tavriskctl/property.hpp"
 
+#include <systemd/sd-bus.h>
+
+#include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
-namespace tavrisk::ctl {
+namespace tavrisk::tools {
 
 constexpr auto propertiesInterface = "org.freedesktop.DBus.Properties";
+
+struct Release {
+    // Not flushed: every call waits for its reply, and a bus that does not read must not hang us.
+    void operator()(sd_bus* bus) const noexcept { sd_bus_close_unref(bus); }
+    void operator()(sd_bus_message* message) const noexcept { sd_bus_message_unref(message); }
+    void operator()(sd_bus_creds* creds) const noexcept { sd_bus_creds_unref(creds); }
+};
+using Bus = std::unique_ptr<sd_bus, Release>;
+using Message = std::unique_ptr<sd_bus_message, Release>;
+
+/** Raises Failure for the negative result of a libsystemd call. */
+void check(int result);
+
+/** Where the daemon is, and how long its replies may take. */
+struct Target {
+    /** "system", "session" or a D-Bus address. */
+    std::string bus;
+    /** 0 for no limit. */
+    std::chrono::microseconds timeout;
+};
+
+/** What the command line says of it. Raises Failure with Exit::usage. */
+Target targetOf(const Arguments& arguments, std::chrono::seconds defaultTimeout);
 
 /** Who owns the bus name; members that could not be learnt are empty. */
 struct Owner {
@@ -23,11 +50,12 @@ struct Owner {
     std::string command;
 };
 
-/** The daemon as seen over the bus: one function per member of its interface. All raise Failure. */
+/** The daemon as seen over the bus: one function per member of its interface. All raise Failure
+ *  with what an error reply, the lack of a reply and the bus's own answers mean to a person. */
 class Daemon {
 public:
-    /** Connects to the bus; `timeout` is that of every call. */
-    Daemon(std::string bus, std::chrono::microseconds timeout);
+    /** Connects to the bus. */
+    explicit Daemon(Target target);
 
     /** Calls Log, CPERlog or Save; the reply. When the bus closes the connection on the message,
      *  a new one is made, so that the next call finds it. */
@@ -49,11 +77,12 @@ public:
 
 private:
     [[nodiscard]] Message newCall(const char* interface, const char* member) const;
-    [[nodiscard]] std::int32_t callForReply(sd_bus_message* request) const;
+    /** Sends a call and waits for the reply. */
+    Message call(const Message& request);
+    std::int32_t callForNumber(const Message& request);
 
-    std::string where_;
-    std::chrono::microseconds timeout_;
+    Target target_;
     Bus bus_;
 };
 
-} // namespace tavrisk::ctl
+} // namespace tavrisk::tools

@@ -2,8 +2,10 @@
 #include "records/catalogue.hpp"
 #include "records/classifier.hpp"
 #include "records/cper_parser.hpp"
+#include "tools/common/output.hpp"
 #include "tools/tavriskctl/commands.hpp"
 #include "tools/tavriskctl/content.hpp"
+#include "tools/tavriskctl/daemon.hpp"
 #include "tools/tavriskctl/input.hpp"
 #include "tools/tavriskctl/report.hpp"
 
@@ -12,11 +14,11 @@
 #include <algorithm>
 #include <string_view>
 
-namespace tavrisk::ctl {
+namespace tavrisk::tools {
 namespace {
 
 Outcome notReported(const std::string& reason) {
-    Outcome outcome{Exit::accepted, "not reported: " + reason};
+    Outcome outcome{Exit::done, "not reported: " + reason};
     outcome.details["reportable"] = false;
     outcome.details["reason"] = reason;
     return outcome;
@@ -51,7 +53,7 @@ Outcome explainEvent(std::span<const std::uint8_t> record) {
 Outcome explainCper(const std::vector<std::uint8_t>& record) {
     Json::Value summary;
     if (nvCperParse(record, summary) != 0) {
-        return {Exit::refused, "refused: it is too short for a CPER"};
+        return {Exit::failed, "refused: it is too short for a CPER"};
     }
     const auto json = cperEventRecord(summary);
     auto outcome = explainEvent({reinterpret_cast<const std::uint8_t*>(json.data()), json.size()});
@@ -78,15 +80,13 @@ bool looksLikeCper(const std::vector<std::uint8_t>& bytes) {
 void addContent(Outcome& outcome, const Content& content, bool showLines) {
     outcome.headline = content.sentence;
     outcome.lines = showLines ? content.lines : "";
-    for (const auto& member : content.members.getMemberNames()) {
-        outcome.details[member] = content.members[member];
-    }
+    addMembers(outcome.details, content.members);
 }
 
 Outcome explainFile(const std::string& file, const std::string& kind, bool verbose) {
     const auto bytes = readInput(file);
     if (bytes.empty()) {
-        return {Exit::refused, "refused: empty input"};
+        return {Exit::failed, "refused: empty input"};
     }
     const bool isCper = kind.empty() ? looksLikeCper(bytes) : kind == "cper";
     auto outcome = isCper ? explainCper(bytes) : explainEvent(bytes);
@@ -100,15 +100,18 @@ Outcome explainFile(const std::string& file, const std::string& kind, bool verbo
 
 } // namespace
 
-Exit explain(const Options& options) {
-    Report report{options};
-    for (const auto& file : options.files) {
-        Json::Value about;
-        about["file"] = file;
-        report.tell(displayName(file), about,
-                    [&] { return explainFile(file, options.kind, options.verbose); });
+Exit explain(const Arguments& arguments) {
+    const auto kind = arguments.value("as").value_or("");
+    if (arguments.has("as") && kind != "event" && kind != "cper") {
+        failUsage("--as takes event or cper, not '" + kind + "'");
+    }
+    // Nothing is sent, but options that every command takes are right or wrong with every one.
+    targetOf(arguments, std::chrono::seconds{0});
+    Report report{arguments};
+    for (const auto& file : arguments.operands) {
+        report.tellOfFile(file, [&] { return explainFile(file, kind, arguments.has("verbose")); });
     }
     return report.finish();
 }
 
-} // namespace tavrisk::ctl
+} // namespace tavrisk::tools

@@ -2,87 +2,71 @@
 #include "tools/tavriskctl/input.hpp"
 
 #include "records/digest.hpp"
-#include "tools/tavriskctl/exit.hpp"
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include "tools/common/failure.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <memory>
 #include <utility>
 
-namespace tavrisk::ctl {
+namespace tavrisk::tools {
 namespace {
 
-class Descriptor {
-public:
-    explicit Descriptor(const std::string& file)
-        : descriptor_{file == "-" ? STDIN_FILENO : open(file.c_str(), O_RDONLY | O_CLOEXEC)} {}
-    ~Descriptor() {
-        if (descriptor_ > STDERR_FILENO) {
-            close(descriptor_);
+/** The longest array that D-Bus can carry, in bytes; a bus may be configured for less. */
+constexpr std::uintmax_t largestPayload = 64U << 20U;
+
+struct CloseUnlessStandard {
+    void operator()(std::FILE* stream) const noexcept {
+        if (stream != stdin) {
+            std::fclose(stream);
         }
     }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    [[nodiscard]] int get() const noexcept { return descriptor_; }
-
-private:
-    int descriptor_;
 };
 
 [[noreturn]] void failReading() {
-    throw Failure{Exit::refused, std::string{"cannot be read: "} + std::strerror(errno)};
+    throw Failure{Exit::failed, std::string{"cannot be read: "} + std::strerror(errno)};
 }
 
-[[noreturn]] void failForSize() {
-    throw Failure{Exit::refused, "is larger than 64 MiB, the most that a D-Bus message can carry"};
+void refuseIfTooLarge(std::uintmax_t bytes) {
+    if (bytes > largestPayload) {
+        throw Failure{Exit::failed,
+                      "is larger than 64 MiB, the most that a D-Bus message can carry"};
+    }
 }
 
 /** Size of a regular file; 0 for all else, whose size shows only when it is read. */
-std::size_t expectedSize(int descriptor) {
-    struct stat info {};
-    if (fstat(descriptor, &info) != 0) {
-        failReading();
-    }
-    return S_ISREG(info.st_mode) ? static_cast<std::size_t>(info.st_size) : 0;
+std::uintmax_t expectedSize(const std::string& file) {
+    std::error_code error;
+    const auto size = std::filesystem::file_size(file, error);
+    return error ? 0 : size;
 }
 
 } // namespace
 
 std::vector<std::uint8_t> readInput(const std::string& file) {
-    const Descriptor descriptor{file};
-    if (descriptor.get() < 0) {
+    const std::unique_ptr<std::FILE, CloseUnlessStandard> stream{
+        file == "-" ? stdin : std::fopen(file.c_str(), "re")};
+    if (stream == nullptr) {
         failReading();
     }
-    const std::size_t expected = expectedSize(descriptor.get());
-    if (expected > largestPayload) {
-        failForSize();
+    std::vector<std::uint8_t> bytes;
+    if (stream.get() != stdin) {
+        const auto expected = expectedSize(file);
+        refuseIfTooLarge(expected);
+        bytes.reserve(expected);
     }
-
-    // One byte more than expected: the end then shows with the read that follows.
-    std::vector<std::uint8_t> bytes(std::max<std::size_t>(expected + 1, std::size_t{64} * 1024));
-    std::size_t used = 0;
-    for (;;) {
-        const ssize_t got = read(descriptor.get(), bytes.data() + used, bytes.size() - used);
-        if (got < 0 && errno != EINTR) {
-            failReading();
-        }
-        if (got == 0) {
-            break;
-        }
-        used += static_cast<std::size_t>(std::max<ssize_t>(got, 0));
-        if (used > largestPayload) {
-            failForSize();
-        }
-        if (used == bytes.size()) {
-            bytes.resize(std::min(2 * used, largestPayload + 1));
-        }
+    std::array<std::uint8_t, std::size_t{64} * 1024> piece; // NOLINT(*-member-init): is read into
+    while (const auto got = std::fread(piece.data(), 1, piece.size(), stream.get())) {
+        bytes.insert(bytes.end(), piece.begin(), piece.begin() + got);
+        refuseIfTooLarge(bytes.size());
     }
-    bytes.resize(used);
+    if (std::ferror(stream.get()) != 0) {
+        failReading();
+    }
     return bytes;
 }
 
@@ -99,9 +83,9 @@ std::string digestText(std::span<const std::uint8_t> bytes) {
     }
     auto text = sha512Text(bytes);
     if (!text) {
-        throw Failure{Exit::refused, "its SHA-512 digest could not be computed"};
+        throw Failure{Exit::failed, "its SHA-512 digest could not be computed"};
     }
     return std::move(*text);
 }
 
-} // namespace tavrisk::ctl
+} // namespace tavrisk::tools

@@ -1,19 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
 #include <vector>
 
-namespace tavrisk::ctl {
-
-/** The longest array that D-Bus can carry, in bytes; a bus may be configured for less. */
-constexpr std::size_t largestPayload = std::size_t{64} << 20U;
+namespace tavrisk::tools {
 
 /** The bytes of the file, or of standard input for "-". Raises Failure when it cannot be read or is
- *  larger than `largestPayload`. */
+ *  larger than what D-Bus can carry. */
 std::vector<std::uint8_t> readInput(const std::string& file);
 
 /** What messages call the file: its name, or "standard input" for "-". */
@@ -22,4 +18,4 @@ std::string displayName(const std::string& file);
 /** The digest text of the bytes, empty for no bytes. */
 std::string digestText(std::span<const std::uint8_t> bytes);
 
-} // namespace tavrisk::ctl
+} // namespace tavrisk::tools

@@ -1,37 +1,59 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/tavriskctl/options.hpp"
-#include "tools/tavriskctl/report.hpp"
+#include "tools/common/command_line.hpp"
+#include "tools/tavriskctl/commands.hpp"
 
-#include <exception>
-#include <iostream>
-
-using tavrisk::ctl::Exit;
+#include <array>
 
 namespace {
 
-Exit run(int argc, char** argv) {
-    tavrisk::ctl::Options options;
-    try {
-        tavrisk::ctl::parseCommandLine(argc, argv, options);
-        return options.command != nullptr ? options.command(options) : Exit::accepted;
-    } catch (const tavrisk::ctl::Failure& failure) {
-        tavrisk::ctl::reportFailure(options, failure);
-        return failure.status();
-    }
-}
+using namespace tavrisk::tools;
+
+constexpr std::size_t any = SIZE_MAX;
+constexpr auto callOptions = "json bus timeout";
+constexpr auto fileNotes = "FILE - is standard input.\n";
+constexpr auto submitNotes = "FILE - is standard input. --timeout is 60 by default.\n";
+
+constexpr std::array commands{
+    CommandRow{"log", "FILE...", 1, any, callOptions, "hand in JSON event records", submitNotes,
+               logEvents},
+    CommandRow{"cper", "FILE...", 1, any, callOptions, "hand in UEFI CPERs", submitNotes, logCpers},
+    CommandRow{"save", "NAME FILE", 2, 2, callOptions, "have a file kept under a name", submitNotes,
+               save},
+    CommandRow{"clear", "", 0, 0, callOptions, "have the data cache saved and emptied",
+               "--timeout is 1260 by default, which is 21 minutes.\n", clear},
+    CommandRow{"status", "", 0, 0, callOptions, "show the daemon, its settings and its data", "",
+               status},
+    CommandRow{"set", "PROPERTY VALUE", 2, 2, callOptions, "change a setting",
+               "PROPERTY is SystemLEDSetting, a text, or RetentionSizeInMB or "
+               "RetentionIntervalInMinutes,\na number from 0 to 255.\n",
+               set},
+    CommandRow{"monitor", "", 0, 0, callOptions, "show changes as they come, until interrupted", "",
+               monitor},
+    CommandRow{"explain", "FILE...", 1, any, "json as verbose",
+               "say without a daemon what records tell, and what would become of them", fileNotes,
+               explain},
+};
+
+constexpr std::array options{
+    OptionRow{"json", 0, nullptr, "one JSON object per line instead of text"},
+    OptionRow{"bus", 0, "BUS", "system (the default), session or a D-Bus address", true},
+    OptionRow{"timeout", 0, "SECONDS",
+              "longest wait for a reply, 0 for ever; 25 unless COMMAND's help says other", true},
+    OptionRow{"as", 0, "KIND", "for explain: event or cper; by default, what the file begins like"},
+    OptionRow{"verbose", 0, nullptr, "for explain: all that a CPER says"},
+};
+
+constexpr Program tavriskctl{
+    "tavriskctl",
+    "Hands event records, CPERs and data to the tavrisk daemon, and looks after it.",
+    commands,
+    options,
+    "",
+    "Exit status: 0 accepted; 1 refused, or a file could not be read or sent; 2 wrong usage;\n"
+    "3 the daemon could not be reached. Of several files the worst result counts.\n"};
 
 } // namespace
 
 int main(int argc, char** argv) {
-    try {
-        Exit status = run(argc, argv);
-        if (!std::cout.flush()) {
-            std::cerr << "tavriskctl: the output could not be written\n";
-            status = std::max(status, Exit::refused);
-        }
-        return static_cast<int>(status);
-    } catch (const std::exception& e) {
-        std::cerr << "tavriskctl: " << e.what() << "\n";
-        return static_cast<int>(Exit::refused);
-    }
+    return run(tavriskctl, argc, argv);
 }

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "tools/common/output.hpp"
 #include "tools/tavriskctl/commands.hpp"
 #include "tools/tavriskctl/daemon.hpp"
 #include "tools/tavriskctl/report.hpp"
@@ -12,9 +13,8 @@
 #include <csignal>
 #include <ctime>
 #include <exception>
-#include <iostream>
 
-namespace tavrisk::ctl {
+namespace tavrisk::tools {
 namespace {
 
 std::string timeText(const std::tm* time, const char* format) {
@@ -63,7 +63,7 @@ public:
             std::rethrow_exception(failure_);
         }
         if (code != 0) {
-            throw Disconnected{};
+            check(-ENOTCONN);
         }
     }
 
@@ -157,10 +157,11 @@ private:
             object["command"] = "monitor";
             object["event"] = event;
             object["time"] = timeText(std::gmtime(&now), "%FT%TZ");
-            printJson(object);
+            putLine(jsonLine(object));
         } else {
-            std::cout << timeText(std::localtime(&now), "%F %T  ") << printable(text) << std::endl;
+            putLine(timeText(std::localtime(&now), "%F %T  ") + harmless(text));
         }
+        flushOutput();
     }
 
     Daemon& daemon_;
@@ -172,10 +173,19 @@ private:
 
 } // namespace
 
-Exit monitor(const Options& options) {
-    Daemon daemon{options.bus, options.timeout};
-    Watch{daemon, options.json}.run();
-    return Exit::accepted;
+Exit monitor(const Arguments& arguments) {
+    const auto target = targetOf(arguments, std::chrono::seconds{25});
+    try {
+        Daemon daemon{target};
+        Watch{daemon, arguments.json()}.run();
+    } catch (const Failure& failure) {
+        if (!arguments.json()) {
+            throw;
+        }
+        putLine(jsonLine(resultJson(arguments.command, failure.status(), failure.what())));
+        return failure.status();
+    }
+    return Exit::done;
 }
 
-} // namespace tavrisk::ctl
+} // namespace tavrisk::tools

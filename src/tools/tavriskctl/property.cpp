@@ -2,25 +2,14 @@
 #include "tools/tavriskctl/property.hpp"
 
 #include "contract/properties.hpp"
-#include "tools/tavriskctl/connection.hpp"
-#include "tools/tavriskctl/exit.hpp"
+#include "tools/common/command_line.hpp"
+#include "tools/tavriskctl/daemon.hpp"
 
-#include <charconv>
 #include <optional>
 #include <string_view>
 
-namespace tavrisk::ctl {
+namespace tavrisk::tools {
 namespace {
-
-std::uint8_t parseByte(const std::string& property, const std::string& text) {
-    std::uint8_t value = 0;
-    const auto* end = text.data() + text.size();
-    const auto [stopped, error] = std::from_chars(text.data(), end, value);
-    if (error != std::errc{} || stopped != end) {
-        throw Failure{Exit::usage, property + " takes a number from 0 to 255, not '" + text + "'"};
-    }
-    return value;
-}
 
 std::optional<PropertyValue> readVariant(sd_bus_message* message) {
     const char* contents = nullptr;
@@ -45,10 +34,10 @@ std::optional<PropertyValue> readVariant(sd_bus_message* message) {
 Property parseProperty(const std::string& name, const std::string& value) {
     const auto* row = findProperty(name);
     if (row == nullptr) {
-        throw Failure{Exit::usage, "there is no property '" + name + "'"};
+        failUsage("there is no property '" + name + "'");
     }
     if (std::holds_alternative<std::uint8_t>(row->start)) {
-        return {name, parseByte(name, value)};
+        return {name, static_cast<std::uint8_t>(toNumber(name, value, 0, UINT8_MAX))};
     }
     return {name, value};
 }
@@ -83,4 +72,4 @@ Json::Value toJson(const PropertyValue& value) {
     return text != nullptr ? Json::Value{*text} : Json::Value{std::get<std::uint8_t>(value)};
 }
 
-} // namespace tavrisk::ctl
+} // namespace tavrisk::tools

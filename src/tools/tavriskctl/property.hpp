@@ -10,7 +10,7 @@
 #include <variant>
 #include <vector>
 
-namespace tavrisk::ctl {
+namespace tavrisk::tools {
 
 using PropertyValue = std::variant<std::string, std::uint8_t>;
 using Property = std::pair<std::string, PropertyValue>;
@@ -25,4 +25,4 @@ std::vector<Property> readProperties(sd_bus_message* message);
 std::string toText(const PropertyValue& value);
 Json::Value toJson(const PropertyValue& value);
 
-} // namespace tavrisk::ctl
+} // namespace tavrisk::tools

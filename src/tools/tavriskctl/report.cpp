@@ -1,57 +1,29 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/tavriskctl/report.hpp"
 
-#include <json/writer.h>
+#include "tools/common/output.hpp"
+#include "tools/tavriskctl/input.hpp"
 
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <cstdint>
 #include <iostream>
 
-namespace tavrisk::ctl {
+namespace tavrisk::tools {
 namespace {
 
-constexpr auto programName = "tavriskctl";
-
-struct Range {
-    std::uint32_t first;
-    std::uint32_t last;
-};
-
-constexpr std::array notPrintable{
-    Range{0x00, 0x1f},     Range{0x7f, 0x9f},     Range{0x200e, 0x200f}, Range{0x2028, 0x202e},
-    Range{0x2066, 0x2069}, Range{0xd800, 0xdfff}, Range{0xfeff, 0xfeff},
-};
-
-bool isPrintable(std::uint32_t character) {
-    return character <= 0x10ffff &&
-           std::none_of(notPrintable.begin(), notPrintable.end(), [character](const Range& range) {
-               return range.first <= character && character <= range.last;
-           });
-}
-
-/** Length of the printable UTF-8 character that `text` begins with; 0 when there is none. */
-std::size_t printableLength(std::string_view text) {
-    constexpr std::array<std::uint32_t, 5> smallest{0, 0, 0x80, 0x800, 0x10000};
-    const auto lead = static_cast<std::uint8_t>(text.front());
-    if (lead < 0x80) {
-        return isPrintable(lead) ? 1 : 0;
+const char* resultWord(Exit status) {
+    switch (status) {
+    case Exit::done:
+        return "accepted";
+    case Exit::failed:
+        return "refused";
+    case Exit::usage:
+        return "usage";
+    case Exit::unreachable:
+        break;
     }
-    const std::size_t length = lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : 2;
-    if (lead < 0xc0 || lead >= 0xf8 || text.size() < length) {
-        return 0;
-    }
-    std::uint32_t character = lead & (0x7fU >> length);
-    for (const char next : text.substr(1, length - 1)) {
-        const auto byte = static_cast<std::uint8_t>(next);
-        if ((byte & 0xc0U) != 0x80) {
-            return 0;
-        }
-        character = character << 6U | (byte & 0x3fU);
-    }
-    return character >= smallest.at(length) && isPrintable(character) ? length : 0;
+    return "unreachable";
 }
 
 /** `lines` set in by two blanks. */
@@ -67,73 +39,29 @@ std::string setIn(std::string_view lines) {
 
 /** What goes to standard output. */
 std::string textOf(const std::string& subject, const Outcome& outcome) {
-    const auto said = outcome.status == Exit::accepted ? printable(outcome.sentence) + "\n" : "";
+    const auto said = outcome.status == Exit::done ? harmless(outcome.sentence) + "\n" : "";
     if (outcome.headline.empty()) {
         return (said.empty() ? "" : subject + ": " + said) + setIn(outcome.lines);
     }
-    return subject + ": " + printable(outcome.headline) + "\n" + setIn(said + outcome.lines);
+    return subject + ": " + harmless(outcome.headline) + "\n" + setIn(said + outcome.lines);
 }
 
 } // namespace
 
-const char* resultWord(Exit status) {
-    switch (status) {
-    case Exit::accepted:
-        return "accepted";
-    case Exit::refused:
-        return "refused";
-    case Exit::usage:
-        return "usage";
-    case Exit::unreachable:
-        break;
+Json::Value resultJson(const std::string& command, Exit status, const std::string& reason) {
+    Json::Value object;
+    object["command"] = command;
+    object["result"] = resultWord(status);
+    if (status != Exit::done) {
+        object["reason"] = reason;
     }
-    return "unreachable";
+    return object;
 }
 
-std::string printable(std::string_view text) {
-    constexpr std::string_view digits{"0123456789abcdef"};
-    std::string result;
-    while (!text.empty()) {
-        std::size_t length = printableLength(text);
-        if (length != 0) {
-            result += text.substr(0, length);
-        } else {
-            const auto byte = static_cast<std::uint8_t>(text.front());
-            result += {'\\', 'x', digits[byte >> 4U], digits[byte & 0xfU]};
-            length = 1;
-        }
-        text.remove_prefix(length);
-    }
-    return result;
-}
-
-void printJson(const Json::Value& object) {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    std::cout << Json::writeString(builder, object) << std::endl;
-}
-
-void reportFailure(const Options& options, const Failure& failure) {
-    if (options.json && failure.status() != Exit::usage) {
-        Json::Value object;
-        object["command"] = options.commandName;
-        object["result"] = resultWord(failure.status());
-        object["reason"] = failure.what();
-        printJson(object);
-    } else {
-        std::cerr << programName << ": " << printable(failure.what()) << "\n";
-    }
-    if (failure.status() == Exit::usage) {
-        std::cerr << "Try '" << programName << " "
-                  << (options.commandName.empty() ? "" : options.commandName + " ") << "--help'.\n";
-    }
-}
-
-Report::Report(const Options& options, std::size_t requests)
-    : json_{options.json},
-      command_{options.commandName},
+Report::Report(const Arguments& arguments, std::size_t requests)
+    : arguments_{arguments},
       requests_{requests},
-      progress_{!json_ && requests > 1 && isatty(STDOUT_FILENO) == 1 &&
+      progress_{!arguments.json() && requests > 1 && isatty(STDOUT_FILENO) == 1 &&
                 isatty(STDERR_FILENO) == 1} {}
 
 void Report::tell(const std::string& subject, const Json::Value& about,
@@ -145,12 +73,20 @@ void Report::tell(const std::string& subject, const Json::Value& about,
     } catch (const Failure& failure) {
         outcome = {failure.status(), failure.what()};
     }
-    for (const auto& member : about.getMemberNames()) {
-        outcome.details[member] = about[member];
-    }
     worst_ = std::max(worst_, outcome.status);
-    accepted_ += outcome.status == Exit::accepted ? 1 : 0;
-    print(subject, outcome);
+    accepted_ += outcome.status == Exit::done ? 1 : 0;
+    if (arguments_.json()) {
+        printJson(outcome, about);
+    } else {
+        print(harmless(subject), outcome);
+    }
+    flushOutput();
+}
+
+void Report::tellOfFile(const std::string& file, const std::function<Outcome()>& request) {
+    Json::Value about;
+    about["file"] = file;
+    tell(displayName(file), about, request);
 }
 
 void Report::showProgress(const std::string& subject) {
@@ -158,37 +94,32 @@ void Report::showProgress(const std::string& subject) {
     if (progress_) {
         clearProgress();
         // Cut off at the margin: a line that went on below could not be taken back.
-        std::cerr << "\033[?7l[" << begun_ << '/' << requests_ << "] " << printable(subject)
+        std::cerr << "\033[?7l[" << begun_ << '/' << requests_ << "] " << harmless(subject)
                   << "\033[?7h" << std::flush;
     }
 }
 
 void Report::print(const std::string& subject, const Outcome& outcome) const {
-    const bool accepted = outcome.status == Exit::accepted;
-    if (json_) {
-        auto object = outcome.details;
-        object["command"] = command_;
-        object["result"] = resultWord(outcome.status);
-        if (!accepted) {
-            object["reason"] = outcome.sentence;
-        }
-        printJson(object);
-        return;
-    }
     clearProgress();
-    if (!accepted) {
-        std::cerr << programName << ": " << printable(subject) << ": "
-                  << printable(outcome.sentence) << "\n";
+    if (outcome.status != Exit::done) {
+        std::cerr << "tavriskctl: " << subject << ": " << harmless(outcome.sentence) << "\n";
     }
     if (!progress_) {
-        std::cout << textOf(printable(subject), outcome) << std::flush;
+        put(textOf(subject, outcome));
     }
+}
+
+void Report::printJson(const Outcome& outcome, const Json::Value& about) const {
+    auto object = outcome.details;
+    addMembers(object, about);
+    addMembers(object, resultJson(arguments_.command, outcome.status, outcome.sentence));
+    putLine(jsonLine(object));
 }
 
 Exit Report::finish() {
     if (progress_) {
         clearProgress();
-        std::cout << accepted_ << " of " << requests_ << " accepted\n";
+        putLine(std::to_string(accepted_) + " of " + std::to_string(requests_) + " accepted");
     }
     return worst_;
 }
@@ -199,4 +130,4 @@ void Report::clearProgress() const {
     }
 }
 
-} // namespace tavrisk::ctl
+} // namespace tavrisk::tools

@@ -1,32 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "tools/tavriskctl/options.hpp"
+#include "tools/common/command_line.hpp"
 
 #include <json/value.h>
 
 #include <functional>
 #include <string>
-#include <string_view>
 
-namespace tavrisk::ctl {
-
-/** `text` fit for a terminal: control characters, bytes that are no UTF-8 and characters that
- *  change the direction of writing stand as "\xNN". */
-std::string printable(std::string_view text);
-
-/** Writes the object as one line of ASCII to standard output. */
-void printJson(const Json::Value& object);
-
-/** The word for it in a JSON object. */
-const char* resultWord(Exit status);
-
-/** Tells why a whole command came to nothing. */
-void reportFailure(const Options& options, const Failure& failure);
+namespace tavrisk::tools {
 
 /** What came of one request. */
 struct Outcome {
-    Exit status = Exit::accepted;
+    Exit status = Exit::done;
     /** One sentence, without the subject. */
     std::string sentence;
     /** What the subject itself says: a sentence that stands in front of the other, and lines that
@@ -37,6 +23,10 @@ struct Outcome {
     Json::Value details{Json::objectValue};
 };
 
+/** The members that the JSON object of every command and request has, one that failed also with a
+ *  reason. */
+Json::Value resultJson(const std::string& command, Exit status, const std::string& reason);
+
 /**
  * Tells the outcomes of a command's requests one by one, as text (accepted to standard output, all
  * others to standard error) or as one JSON object each. With several requests and a terminal,
@@ -45,12 +35,15 @@ struct Outcome {
 class Report {
 public:
     /** `requests` is their number when their progress is to be shown. */
-    explicit Report(const Options& options, std::size_t requests = 1);
+    explicit Report(const Arguments& arguments, std::size_t requests = 1);
 
     /** Makes a request and tells its outcome; a Failure is one. `about` are the members that the
      *  JSON object has in any case. */
     void tell(const std::string& subject, const Json::Value& about,
               const std::function<Outcome()>& request);
+
+    /** The same for what is done with a file. */
+    void tellOfFile(const std::string& file, const std::function<Outcome()>& request);
 
     [[nodiscard]] Exit worst() const noexcept { return worst_; }
 
@@ -60,15 +53,15 @@ public:
 private:
     void showProgress(const std::string& subject);
     void print(const std::string& subject, const Outcome& outcome) const;
+    void printJson(const Outcome& outcome, const Json::Value& about) const;
     void clearProgress() const;
 
-    bool json_;
-    std::string command_;
+    const Arguments& arguments_;
     std::size_t requests_;
     bool progress_;
     std::size_t begun_ = 0;
     std::size_t accepted_ = 0;
-    Exit worst_ = Exit::accepted;
+    Exit worst_ = Exit::done;
 };
 
-} // namespace tavrisk::ctl
+} // namespace tavrisk::tools

@@ -1,98 +1,78 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "contract/places.hpp"
+#include "tools/common/output.hpp"
 #include "tools/tavriskctl/commands.hpp"
 #include "tools/tavriskctl/daemon.hpp"
 #include "tools/tavriskctl/report.hpp"
 
 #include <filesystem>
-#include <iomanip>
-#include <iostream>
 #include <optional>
 #include <system_error>
 
-namespace tavrisk::ctl {
+using namespace std::chrono_literals;
+
+namespace tavrisk::tools {
 namespace {
 
-struct Directory {
-    std::string path;
+/** Counts the regular files of a directory, without those below it. */
+Fact factOf(const std::string& path) {
     std::uintmax_t files = 0;
     std::uintmax_t bytes = 0;
     std::error_code error;
-};
-
-/** Counts the regular files of a directory, without those below it. */
-Directory measure(std::string path) {
-    Directory directory{.path = std::move(path), .error = {}};
-    std::filesystem::directory_iterator entry{directory.path, directory.error};
-    while (!directory.error && entry != std::filesystem::directory_iterator{}) {
+    std::filesystem::directory_iterator entry{path, error};
+    while (!error && entry != std::filesystem::directory_iterator{}) {
         // A file may be gone again before it is looked at: it is not counted then.
         std::error_code gone;
         if (entry->symlink_status(gone).type() == std::filesystem::file_type::regular) {
             const auto size = entry->file_size(gone);
-            directory.files += gone ? 0 : 1;
-            directory.bytes += gone ? 0 : size;
+            files += gone ? 0 : 1;
+            bytes += gone ? 0 : size;
         }
-        entry.increment(directory.error);
+        entry.increment(error);
     }
-    return directory;
-}
-
-/** Below the place that the daemon names, or where it is when the daemon does not say. */
-std::vector<Directory> measureAll(const std::vector<Property>& properties) {
-    std::string root{dataRoot};
-    root.pop_back();
-    for (const auto& [name, value] : properties) {
-        if (name == "WUXDataCacheLocation" && std::holds_alternative<std::string>(value)) {
-            root = std::get<std::string>(value);
-        }
-    }
-    return {measure(root), measure(root + "/dump"), measure(root + "/rawCPER")};
-}
-
-Json::Value directoryToJson(const Directory& directory) {
-    Json::Value object;
-    object["path"] = directory.path;
-    if (directory.error) {
-        object["error"] = directory.error.message();
+    Fact fact{harmless(path), "", nullptr};
+    fact.json["path"] = path;
+    if (error) {
+        fact.text = "cannot be read: " + error.message();
+        fact.json["error"] = error.message();
     } else {
-        object["files"] = Json::UInt64{directory.files};
-        object["bytes"] = Json::UInt64{directory.bytes};
+        fact.text = std::to_string(files) + (files == 1 ? " file, " : " files, ") +
+                    sizeText(static_cast<std::int64_t>(bytes));
+        fact.json["files"] = Json::UInt64{files};
+        fact.json["bytes"] = Json::UInt64{bytes};
     }
-    return object;
+    return fact;
 }
 
-Json::Value ownerToJson(const Owner& owner) {
-    Json::Value object;
-    object["name"] = owner.uniqueName;
+Fact factOf(const Owner& owner) {
+    Fact fact{"owner", owner.uniqueName, "owner"};
+    fact.json["name"] = owner.uniqueName;
     if (owner.processId) {
-        object["pid"] = *owner.processId;
+        fact.text += ", pid " + std::to_string(*owner.processId);
+        fact.json["pid"] = *owner.processId;
     }
     if (owner.userId) {
-        object["uid"] = *owner.userId;
+        fact.text += ", uid " + std::to_string(*owner.userId);
+        fact.json["uid"] = *owner.userId;
     }
     if (!owner.command.empty()) {
-        object["command"] = owner.command;
+        fact.text += ", " + harmless(owner.command);
+        fact.json["command"] = owner.command;
     }
-    return object;
-}
-
-void printRow(const std::string& label, const std::string& text) {
-    std::cout << std::left << std::setw(28) << printable(label) << printable(text) << "\n";
+    return fact;
 }
 
 /** What is known of the daemon; `failure` says why that is not all. */
 struct Seen {
     std::optional<Owner> owner;
     std::vector<Property> properties;
-    std::vector<Directory> directories;
     std::optional<Failure> failure;
 };
 
-/** What can be seen without the daemon, and what it says when it answers. */
-Seen look(const Options& options) {
+Seen look(const Target& target) {
     Seen seen;
     try {
-        Daemon daemon{options.bus, options.timeout};
+        Daemon daemon{target};
         seen.owner = daemon.owner();
         if (!seen.owner) {
             throw Failure{Exit::unreachable,
@@ -102,61 +82,61 @@ Seen look(const Options& options) {
     } catch (const Failure& failure) {
         seen.failure = failure;
     }
-    seen.directories = measureAll(seen.properties);
     return seen;
 }
 
-void printAsText(const Seen& seen) {
-    if (seen.owner) {
-        printRow(busName, seen.failure ? "does not answer" : "running");
-        const auto& owner = *seen.owner;
-        printRow("owner", owner.uniqueName +
-                              (owner.processId ? ", pid " + std::to_string(*owner.processId) : "") +
-                              (owner.userId ? ", uid " + std::to_string(*owner.userId) : "") +
-                              (owner.command.empty() ? "" : ", " + owner.command));
+/** Where the daemon says that its data is, or where that is when it does not say. */
+std::string dataCache(const std::vector<Property>& properties) {
+    for (const auto& [name, value] : properties) {
+        if (name == "WUXDataCacheLocation" && std::holds_alternative<std::string>(value)) {
+            return std::get<std::string>(value);
+        }
     }
-    for (const auto& [name, value] : seen.properties) {
-        printRow(name, toText(value));
-    }
-    for (const auto& directory : seen.directories) {
-        printRow(directory.path, directory.error
-                                     ? "cannot be read: " + directory.error.message()
-                                     : std::to_string(directory.files) +
-                                           (directory.files == 1 ? " file, " : " files, ") +
-                                           std::to_string(directory.bytes) + " bytes");
-    }
-    if (seen.failure) {
-        std::cout << std::flush;
-        throw Failure{seen.failure->status(), seen.failure->what()};
-    }
+    const std::string_view root{dataRoot};
+    return std::string{root.substr(0, root.size() - 1)};
 }
 
-void printAsJson(const Seen& seen) {
-    Json::Value object;
-    object["command"] = "status";
-    object["result"] = resultWord(seen.failure ? seen.failure->status() : Exit::accepted);
-    if (seen.failure) {
-        object["reason"] = seen.failure->what();
-    }
+/** What can be seen without the daemon, and what it says when it answers. */
+std::vector<Fact> factsOf(const Seen& seen) {
+    std::vector<Fact> facts;
     if (seen.owner) {
-        object["owner"] = ownerToJson(*seen.owner);
+        facts.push_back({busName, seen.failure ? "does not answer" : "running"});
+        facts.push_back(factOf(*seen.owner));
     }
+    Json::Value properties;
     for (const auto& [name, value] : seen.properties) {
-        object["properties"][name] = toJson(value);
+        facts.push_back({harmless(name), harmless(toText(value))});
+        properties[name] = toJson(value);
     }
-    object["directories"] = Json::arrayValue;
-    for (const auto& directory : seen.directories) {
-        object["directories"].append(directoryToJson(directory));
+    if (!properties.isNull()) {
+        facts.push_back({"", "", "properties", properties});
     }
-    printJson(object);
+    const auto cache = dataCache(seen.properties);
+    Json::Value directories{Json::arrayValue};
+    for (const auto* below : {"", "/dump", "/rawCPER"}) {
+        facts.push_back(factOf(cache + below));
+        directories.append(facts.back().json);
+    }
+    facts.push_back({"", "", "directories", directories});
+    return facts;
 }
 
 } // namespace
 
-Exit status(const Options& options) {
-    const auto seen = look(options);
-    (options.json ? printAsJson : printAsText)(seen);
-    return seen.failure ? seen.failure->status() : Exit::accepted;
+Exit status(const Arguments& arguments) {
+    const auto seen = look(targetOf(arguments, 25s));
+    const auto facts = factsOf(seen);
+    const auto status = seen.failure ? seen.failure->status() : Exit::done;
+    if (arguments.json()) {
+        const std::string reason{seen.failure ? seen.failure->what() : ""};
+        putLine(jsonLine(toJson(facts, resultJson(arguments.command, status, reason))));
+        return status;
+    }
+    putFacts(facts, 28);
+    if (seen.failure) {
+        throw Failure{*seen.failure};
+    }
+    return status;
 }
 
-} // namespace tavrisk::ctl
+} // namespace tavrisk::tools

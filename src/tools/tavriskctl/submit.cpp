@@ -6,7 +6,9 @@
 
 #include <optional>
 
-namespace tavrisk::ctl {
+using namespace std::chrono_literals;
+
+namespace tavrisk::tools {
 namespace {
 
 struct Method {
@@ -23,31 +25,32 @@ constexpr Method cperMethod{"CPERlog", "refused: it is too short for a CPER, or 
                                        "memory for it"};
 constexpr Method saveMethod{"Save", "refused: the daemon cannot write a file of the name "};
 
+using Files = std::span<const std::string>;
+using Name = std::optional<std::string>;
+
 Outcome meaningOf(std::int32_t reply, const Method& method) {
     switch (reply) {
     case 0:
-        return {Exit::accepted, "accepted"};
+        return {Exit::done, "accepted"};
     case 1:
-        return {Exit::refused, method.refusal};
+        return {Exit::failed, method.refusal};
     case 2:
-        return {Exit::refused, "refused: empty input"};
+        return {Exit::failed, "refused: empty input"};
     default:
-        return {Exit::refused, "refused with the unknown reply " + std::to_string(reply)};
+        return {Exit::failed, "refused with the unknown reply " + std::to_string(reply)};
     }
 }
 
 /** Sends one file, under its digest or under the name that `save` was given. */
-Outcome send(Daemon& daemon, const Method& method, const Options& options,
-             const std::string& file) {
+Outcome send(Daemon& daemon, const Method& method, const Name& name, const std::string& file) {
     const auto bytes = readInput(file);
     const auto digest = digestText(bytes);
-    const bool named = options.command == save;
-    const auto reply = daemon.submit(method.name, named ? options.name : digest, bytes);
+    const auto reply = daemon.submit(method.name, name.value_or(digest), bytes);
 
     auto outcome = meaningOf(reply, method);
-    if (named) {
-        outcome.sentence += (reply == 0 ? " as '" : "'") + options.name + "'";
-        outcome.details["name"] = options.name;
+    if (name) {
+        outcome.sentence += (reply == 0 ? " as '" : "'") + *name + "'";
+        outcome.details["name"] = *name;
     }
     outcome.details["bytes"] = Json::UInt64{bytes.size()};
     outcome.details["digest"] = digest;
@@ -55,22 +58,21 @@ Outcome send(Daemon& daemon, const Method& method, const Options& options,
     return outcome;
 }
 
-Exit submit(const Method& method, const Options& options) {
+Exit submit(const Method& method, const Arguments& arguments, Files files, const Name& name = {}) {
+    const auto target = targetOf(arguments, 60s);
     std::optional<Daemon> daemon;
-    Report report{options, options.files.size()};
-    for (const auto& file : options.files) {
-        Json::Value about;
-        about["file"] = file;
-        report.tell(displayName(file), about, [&] {
+    Report report{arguments, files.size()};
+    for (const auto& file : files) {
+        report.tellOfFile(file, [&] {
             // Once the daemon could not be reached, the rest would only wait for nothing.
             if (report.worst() == Exit::unreachable) {
                 throw Failure{Exit::unreachable,
                               "not sent, because the daemon could not be reached"};
             }
             if (!daemon) {
-                daemon.emplace(options.bus, options.timeout);
+                daemon.emplace(target);
             }
-            return send(*daemon, method, options, file);
+            return send(*daemon, method, name, file);
         });
     }
     return report.finish();
@@ -78,16 +80,17 @@ Exit submit(const Method& method, const Options& options) {
 
 } // namespace
 
-Exit logEvents(const Options& options) {
-    return submit(logMethod, options);
+Exit logEvents(const Arguments& arguments) {
+    return submit(logMethod, arguments, arguments.operands);
 }
 
-Exit logCpers(const Options& options) {
-    return submit(cperMethod, options);
+Exit logCpers(const Arguments& arguments) {
+    return submit(cperMethod, arguments, arguments.operands);
 }
 
-Exit save(const Options& options) {
-    return submit(saveMethod, options);
+Exit save(const Arguments& arguments) {
+    return submit(saveMethod, arguments, Files{arguments.operands}.last(1),
+                  arguments.operands.front());
 }
 
-} // namespace tavrisk::ctl
+} // namespace tavrisk::tools

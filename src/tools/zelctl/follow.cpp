@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/zelctl/follow.hpp"
-
-#include "tools/zelctl/log.hpp"
-#include "tools/zelctl/output.hpp"
-#include "tools/zelctl/render.hpp"
+#include "tools/zelctl/commands.hpp"
+#include "tools/zelctl/entry_text.hpp"
 #include "tools/zelctl/time_text.hpp"
 #include "zel/watch.hpp"
 
@@ -13,21 +10,33 @@
 #include <csignal>
 #include <iostream>
 
-namespace tavrisk::zelctl {
+namespace tavrisk::tools {
 namespace {
 
 constexpr std::size_t sequenceWidth = 6;
 
+void tell(const std::string& sentence) {
+    std::cerr << "zelctl: " << harmless(sentence) << "\n";
+}
+
 class Follower {
 public:
-    Follower(const std::string& path, const Options& options)
+    Follower(const std::string& path, const Arguments& arguments)
         : path_{path},
-          options_{options},
+          filter_{filterOf(arguments)},
+          limit_{limitOf(arguments)},
+          json_{arguments.json()},
           style_{Style::ofStandardOutput()},
-          position_{options.filter.after} {}
+          position_{filter_.after} {
+        if (filter_.until) {
+            until_ = fromLogTime(*filter_.until);
+        }
+    }
+
+    [[nodiscard]] std::optional<TimePoint> until() const { return until_; }
 
     void printTitle() const {
-        if (style_.terminal && !options_.json) {
+        if (style_.terminal && !json_) {
             putLine(titleLine(style_, sequenceWidth));
         }
     }
@@ -43,14 +52,14 @@ public:
             printBeyond(*position_);
             position_ = std::max(*position_, health.highest);
         }
-        flushLines();
-        return !(options_.limit && printed_ >= *options_.limit) && !isOver();
+        flushOutput();
+        return !(limit_ && printed_ >= *limit_) && !isOver();
     }
 
 private:
     void openAnew() {
         if (reader_ && reader_->hasMoved()) {
-            std::cerr << "zelctl: " << path_ << " is another log from here on, or gone\n";
+            tell(path_ + " is another log from here on, or gone");
             position_ = 0;
         } else if (reader_ && reader_->seesNewEntries()) {
             return;
@@ -65,43 +74,42 @@ private:
 
     void takePosition(const Health& health) {
         if (!position_) {
-            position_ = options_.filter.since ? 0 : health.highest;
+            position_ = filter_.since ? 0 : health.highest;
         }
         if (*position_ > health.highest) {
-            std::cerr << "zelctl: " << path_ << " has never had an entry " << *position_
-                      << ": it is another log, and read from its first entry on\n";
+            tell(path_ + " has never had an entry " + std::to_string(*position_) +
+                 ": it is another log, and read from its first entry on");
             position_ = 0;
         }
         const auto next = health.entries != 0 ? health.first : health.highest + 1;
-        if (*position_ != 0 && next > *position_ + 1) {
-            const auto first = *position_ + 1;
-            std::cerr << "zelctl: "
-                      << (next - 1 == first ? "entry " + std::to_string(first) + " was"
-                                            : "entries " + std::to_string(first) + " to " +
-                                                  std::to_string(next - 1) + " were")
-                      << " removed before they could be read\n";
+        const auto first = *position_ + 1;
+        if (*position_ != 0 && next > first) {
+            tell((next - 1 == first ? "entry " + std::to_string(first) + " was"
+                                    : "entries " + std::to_string(first) + " to " +
+                                          std::to_string(next - 1) + " were") +
+                 " removed before they could be read");
         }
     }
 
     void printBeyond(std::int64_t position) {
-        auto filter = options_.filter;
+        auto filter = filter_;
         filter.after = position;
         reader_->forEach(filter, true, [this](const LogEntry& entry) {
-            putLine(options_.json ? jsonLine(toJson(entry))
-                                  : entryLine(style_, entry, sequenceWidth));
+            putLine(json_ ? jsonLine(toJson(entry)) : entryLine(style_, entry, sequenceWidth));
             position_ = entry.sequence;
             ++printed_;
-            return !options_.limit || printed_ < *options_.limit;
+            return !limit_ || printed_ < *limit_;
         });
     }
 
-    [[nodiscard]] bool isOver() const {
-        return options_.filter.until && fromLogTime(*options_.filter.until) < now();
-    }
+    [[nodiscard]] bool isOver() const { return until_ && *until_ < now(); }
 
     const std::string& path_;
-    const Options& options_;
+    Filter filter_;
+    std::optional<std::int64_t> limit_;
+    bool json_;
     Style style_;
+    std::optional<TimePoint> until_;
     std::optional<LogReader> reader_;
     std::optional<std::int64_t> position_; // everything up to this sequence number is done with
     std::int64_t printed_ = 0;
@@ -109,21 +117,21 @@ private:
 
 } // namespace
 
-void follow(const std::string& path, const Options& options) {
-    const auto until =
-        options.filter.until ? fromLogTime(*options.filter.until) : std::optional<TimePoint>{};
+Exit follow(const Log& log, const Arguments& arguments) {
+    Follower follower{log.path(), arguments};
+    log.isYetToCome(); // Another log than the system's has to be there.
     // A shell has its background jobs ignore it; being interrupted is how this one ends.
     std::signal(SIGINT, SIG_DFL);
-    Follower follower{path, options};
-    zel::LogWatch watch{path};
+    zel::LogWatch watch{log.path()};
     watch.arm();
     follower.printTitle();
     while (follower.printNew()) {
-        if (watch.wait(until) == zel::Woken::output) {
+        if (watch.wait(follower.until()) == zel::Woken::output) {
             throw NobodyReads{};
         }
         watch.arm();
     }
+    return Exit::done;
 }
 
-} // namespace tavrisk::zelctl
+} // namespace tavrisk::tools

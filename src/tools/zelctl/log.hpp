@@ -1,11 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "tools/common/command_line.hpp"
 #include "zel/reader.hpp"
 
-/** The event log's own words, which all of this tool speaks. */
-namespace tavrisk::zelctl {
+#include <cstdint>
+#include <optional>
+#include <string>
 
+namespace tavrisk::tools {
+
+// The event log's own words, which all of this tool speaks.
 using zel::Filter;
 using zel::Health;
 using zel::LogEntry;
@@ -13,4 +18,29 @@ using zel::LogReader;
 using zel::name;
 using zel::Severity;
 
-} // namespace tavrisk::zelctl
+/** The log that the command line names, or the system's. */
+class Log {
+public:
+    /** Raises Failure with Exit::usage for an empty path. */
+    explicit Log(const Arguments& arguments);
+
+    [[nodiscard]] const std::string& path() const { return path_; }
+
+    /** At the system's place the first entry makes the database: until then the log is empty.
+     *  Raises Failure for another that is not there. */
+    bool isYetToCome() const; // NOLINT(modernize-use-nodiscard): to have it raise is a use, too
+
+    /** Nothing when it is yet to come. */
+    [[nodiscard]] std::optional<LogReader> open() const;
+
+private:
+    std::string path_;
+    bool isSystems_;
+};
+
+/** Which entries the command line asks for. Raises Failure with Exit::usage. */
+Filter filterOf(const Arguments& arguments);
+/** How many of them. */
+std::optional<std::int64_t> limitOf(const Arguments& arguments);
+
+} // namespace tavrisk::tools

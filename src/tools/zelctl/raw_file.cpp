@@ -20,7 +20,7 @@
 #include <optional>
 #include <span>
 
-namespace tavrisk::zelctl {
+namespace tavrisk::tools {
 namespace {
 
 namespace fs = std::filesystem;
@@ -147,4 +147,4 @@ RawFiles findRawFiles(const LogEntry& entry) {
     return search.found();
 }
 
-} // namespace tavrisk::zelctl
+} // namespace tavrisk::tools

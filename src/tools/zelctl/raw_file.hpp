@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace tavrisk::zelctl {
+namespace tavrisk::tools {
 
 /** The data files that an entry came from, as far as can be told. */
 struct RawFiles {
@@ -26,4 +26,4 @@ struct RawFiles {
  *  of the data tree, or else of what SaveAndClearCache has saved of it. */
 RawFiles findRawFiles(const LogEntry& entry);
 
-} // namespace tavrisk::zelctl
+} // namespace tavrisk::tools

@@ -1,72 +1,69 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/zelctl/show.hpp"
-
-#include "tools/zelctl/output.hpp"
+#include "tools/zelctl/commands.hpp"
+#include "tools/zelctl/entry_text.hpp"
 #include "tools/zelctl/raw_file.hpp"
-#include "tools/zelctl/render.hpp"
 #include "tools/zelctl/time_text.hpp"
 
-namespace tavrisk::zelctl {
+namespace tavrisk::tools {
 namespace {
 
 using Texts = std::vector<std::string>;
 
-void putAll(const Style& style, std::string label, const Texts& texts,
-            const std::string& otherwise) {
-    const auto indent = label.size();
-    if (texts.empty()) {
-        putLine(label + harmless(otherwise));
-    }
+constexpr std::size_t labelWidth = 13;
+
+/** Texts one below the other, the first behind the label. */
+void add(std::vector<Fact>& facts, const Style& style, std::string label, const Texts& texts) {
     for (const auto& text : texts) {
-        putLine(label + hanging(style, indent, harmless(text)));
-        label.assign(indent, ' ');
+        facts.push_back({label, hanging(style, labelWidth, harmless(text))});
+        label = " ";
     }
 }
 
-void putRawFiles(const Style& style, const RawFiles& found) {
-    const auto* const label = found.paths.size() > 1 ? "  One of     " : "  Raw file   ";
-    putAll(style, label, found.paths,
-           found.unreadable.empty() ? "no longer there" : "cannot be told: " + found.unreadable);
-    if (found.isGuess()) {
-        putLine("             (a guess: kept " + std::to_string(found.delay.count()) +
-                " s before the entry, perhaps of an earlier report)");
-    }
-}
-
-void putText(const LogEntry& entry, const RawFiles& rawFiles) {
-    const auto style = Style::ofStandardOutput();
+void addEntry(std::vector<Fact>& facts, const Style& style, const LogEntry& entry) {
     const auto time = fromLogTime(entry.time);
-    putLine(emphasised(style, "Entry " + std::to_string(entry.sequence)));
-    putLine("  Time       " +
-            (time ? localTime(*time, "%F %T %z") + " (" + entry.time + ")" : harmless(entry.time)));
-    putLine("  Severity   " + coloured(style, entry.severity(), name(entry.severity())) + " (" +
-            std::to_string(entry.severityCode) + ")");
-    putAll(style, "  Message    ", {entry.messageId + ": " + messageText(entry)}, "");
-    putAll(style, "  Arguments  ", entry.arguments, "none");
-    putRawFiles(style, rawFiles);
+    facts.push_back({"  Time", time ? localTime(*time, "%F %T %z") + " (" + entry.time + ")"
+                                    : harmless(entry.time)});
+    facts.push_back({"  Severity", coloured(style, entry.severity(), name(entry.severity())) +
+                                       " (" + std::to_string(entry.severityCode) + ")"});
+    add(facts, style, "  Message", {entry.messageId + ": " + messageText(entry)});
+    add(facts, style, "  Arguments", entry.arguments.empty() ? Texts{"none"} : entry.arguments);
 }
 
-void putJson(const LogEntry& entry, const RawFiles& rawFiles) {
-    auto value = toJson(entry);
-    value["rawFiles"] = Json::arrayValue;
-    for (const auto& file : rawFiles.paths) {
-        value["rawFiles"].append(file);
+void addRawFiles(std::vector<Fact>& facts, const Style& style, const RawFiles& found) {
+    const auto& unreadable = found.unreadable;
+    const auto otherwise = unreadable.empty() ? "no longer there" : "cannot be told: " + unreadable;
+    add(facts, style, found.paths.size() > 1 ? "  One of" : "  Raw file",
+        found.paths.empty() ? Texts{otherwise} : found.paths);
+    if (found.isGuess()) {
+        facts.push_back({" ", "(a guess: kept " + std::to_string(found.delay.count()) +
+                                  " s before the entry, perhaps of an earlier report)"});
     }
-    value["rawFilesAreGuess"] = rawFiles.isGuess();
-    value["rawFilesUnreadable"] =
-        rawFiles.unreadable.empty() ? Json::Value{} : Json::Value{rawFiles.unreadable};
-    putLine(jsonLine(value));
+    facts.push_back({"", "", "rawFiles", toJson(found.paths)});
+    facts.push_back({"", "", "rawFilesAreGuess", found.isGuess()});
+    facts.push_back({"", "", "rawFilesUnreadable",
+                     unreadable.empty() ? Json::Value{} : Json::Value{unreadable}});
 }
 
 } // namespace
 
-void show(const LogReader* reader, const Options& options) {
-    const auto entry =
-        reader != nullptr ? reader->find(options.sequence) : std::optional<LogEntry>{};
+Exit show(const Log& log, const Arguments& arguments) {
+    const auto sequence = toNumber("SEQ", arguments.operands.front(), 1);
+    const auto reader = log.open();
+    const auto entry = reader ? reader->find(sequence) : std::optional<LogEntry>{};
     if (!entry) {
-        throw Problem{"there is no entry " + std::to_string(options.sequence)};
+        throw Failure{Exit::failed, "there is no entry " + std::to_string(sequence)};
     }
-    (options.json ? putJson : putText)(*entry, findRawFiles(*entry));
+    const auto style = Style::ofStandardOutput();
+    std::vector<Fact> facts;
+    addEntry(facts, style, *entry);
+    addRawFiles(facts, style, findRawFiles(*entry));
+    if (arguments.json()) {
+        putLine(jsonLine(toJson(facts, toJson(*entry))));
+    } else {
+        putLine(emphasised(style, "Entry " + std::to_string(sequence)));
+        putFacts(facts, labelWidth);
+    }
+    return Exit::done;
 }
 
-} // namespace tavrisk::zelctl
+} // namespace tavrisk::tools

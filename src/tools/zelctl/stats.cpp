@@ -1,21 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/zelctl/stats.hpp"
-
 #include "platform/config.hpp"
 #include "records/catalogue.hpp"
-#include "tools/zelctl/output.hpp"
-#include "tools/zelctl/render.hpp"
+#include "tools/zelctl/commands.hpp"
+#include "tools/zelctl/entry_text.hpp"
 #include "tools/zelctl/time_text.hpp"
 
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <map>
 #include <utility>
 
-namespace tavrisk::zelctl {
+namespace tavrisk::tools {
 namespace {
 
 using Counts = std::map<std::string, std::int64_t>;
@@ -49,10 +46,11 @@ std::string timeOf(const LogReader& reader, std::int64_t sequence) {
     return entry ? entry->time : "";
 }
 
-Statistics collect(const std::string& path, const LogReader* reader, const Filter& filter) {
+Statistics collect(const std::string& path, const std::optional<LogReader>& reader,
+                   const Filter& filter) {
     Statistics statistics;
     statistics.bytesOnDisk = bytesOnDisk(path);
-    if (reader == nullptr) {
+    if (!reader) {
         return statistics;
     }
     statistics.health = reader->health();
@@ -81,19 +79,8 @@ std::vector<Row> ranked(const Counts& counts) {
     return rows;
 }
 
-// --- JSON ---
-
-Json::Value positionJson(std::int64_t sequence, const std::string& time) {
-    if (sequence == 0) {
-        return {};
-    }
-    Json::Value value{Json::objectValue};
-    value["sequence"] = Json::Int64{sequence};
-    value["time"] = time;
-    return value;
-}
-
-Json::Value countsJson(const Counts& counts, const char* key) {
+/** Most frequent first. */
+Json::Value toJson(const Counts& counts, const char* key) {
     Json::Value rows{Json::arrayValue};
     for (const auto& [label, count] : ranked(counts)) {
         Json::Value row{Json::objectValue};
@@ -104,65 +91,51 @@ Json::Value countsJson(const Counts& counts, const char* key) {
     return rows;
 }
 
-Json::Value toJson(const std::string& path, const Statistics& statistics) {
-    const auto& health = statistics.health;
-    Json::Value value{Json::objectValue};
-    value["database"] = path;
-    value["schemaVersion"] = Json::Int64{health.schemaVersion};
-    value["entries"] = Json::Int64{health.entries};
-    value["cap"] = Json::Int64{platform::zelMaxEntries};
-    value["dropped"] = Json::Int64{health.dropped};
-    value["first"] = positionJson(health.first, statistics.firstTime);
-    value["last"] = positionJson(health.last, statistics.lastTime);
-    value["lastClear"] = health.lastClear ? Json::Value{*health.lastClear} : Json::Value{};
-    value["bytesOnDisk"] = Json::Int64{statistics.bytesOnDisk};
-    value["matching"] = Json::Int64{statistics.matching};
-    for (const auto& [severity, count] : statistics.bySeverity) {
-        value["bySeverity"][severity] = Json::Int64{count};
-    }
-    value["byMessageId"] = countsJson(statistics.byMessageId, "messageId");
-    value["byDevice"] = countsJson(statistics.byDevice, "device");
-    return value;
-}
-
-// --- Text ---
-
-std::string sizeText(std::int64_t bytes) {
-    constexpr std::array units{"bytes", "KiB", "MiB", "GiB"};
-    auto size = static_cast<double>(bytes);
-    std::size_t unit = 0;
-    for (; size >= 1024 && unit + 1 < units.size(); ++unit) {
-        size /= 1024;
-    }
-    std::array<char, 32> text{};
-    const int length = std::snprintf(text.data(), text.size(), unit == 0 ? "%.0f %s" : "%.1f %s",
-                                     size, units.at(unit));
-    return {text.data(), static_cast<std::size_t>(length)};
-}
-
 std::string rightAligned(std::int64_t number, std::size_t width) {
     const auto text = std::to_string(number);
     return std::string(std::max(width, text.size()) - text.size(), ' ') + text;
 }
 
-void putHealth(const std::string& path, const Statistics& statistics, const Style& style) {
-    constexpr std::size_t labelWidth = 13;
-    const auto put = [](const char* label, const std::string& text) {
-        putLine(padded(label, labelWidth) + text);
-    };
-    const auto position = [](std::int64_t sequence, const std::string& time) {
-        return sequence == 0 ? "none" : "#" + std::to_string(sequence) + ", " + localTimeText(time);
-    };
+Fact positionFact(const char* label, const char* key, std::int64_t sequence,
+                  const std::string& time) {
+    if (sequence == 0) {
+        return {label, "none", key};
+    }
+    Fact fact{label, "#" + std::to_string(sequence) + ", " + localTimeText(time), key};
+    fact.json["sequence"] = Json::Int64{sequence};
+    fact.json["time"] = time;
+    return fact;
+}
+
+std::vector<Fact> healthFacts(const std::string& path, const Statistics& statistics) {
     const auto& health = statistics.health;
-    putLine(emphasised(style, "Health"));
-    put("  Database", path);
-    put("  Entries",
-        std::to_string(health.entries) + " of at most " + std::to_string(platform::zelMaxEntries));
-    put("  Dropped", std::to_string(health.dropped) + " to stay below that");
-    put("  First", position(health.first, statistics.firstTime));
-    put("  Last", position(health.last, statistics.lastTime));
-    put("  Cleared", health.lastClear ? localTimeText(*health.lastClear) : "never");
-    put("  Size", sizeText(statistics.bytesOnDisk) + " on disk");
+    const auto& cleared = health.lastClear;
+    const auto cap = platform::zelMaxEntries;
+    return {
+        {"  Database", harmless(path), "database", path},
+        {"", "", "schemaVersion", Json::Int64{health.schemaVersion}},
+        {"  Entries", std::to_string(health.entries) + " of at most " + std::to_string(cap),
+         "entries", Json::Int64{health.entries}},
+        {"", "", "cap", Json::Int64{cap}},
+        {"  Dropped", std::to_string(health.dropped) + " to stay below that", "dropped",
+         Json::Int64{health.dropped}},
+        positionFact("  First", "first", health.first, statistics.firstTime),
+        positionFact("  Last", "last", health.last, statistics.lastTime),
+        {"  Cleared", cleared ? localTimeText(*cleared) : "never", "lastClear",
+         cleared ? Json::Value{*cleared} : Json::Value{}},
+        {"  Size", sizeText(statistics.bytesOnDisk) + " on disk", "bytesOnDisk",
+         Json::Int64{statistics.bytesOnDisk}},
+    };
+}
+
+Json::Value toJson(const Statistics& statistics, Json::Value object) {
+    object["matching"] = Json::Int64{statistics.matching};
+    for (const auto& [severity, count] : statistics.bySeverity) {
+        object["bySeverity"][severity] = Json::Int64{count};
+    }
+    object["byMessageId"] = toJson(statistics.byMessageId, "messageId");
+    object["byDevice"] = toJson(statistics.byDevice, "device");
+    return object;
 }
 
 void putTable(const std::string& title, const std::vector<Row>& rows, const Style& style,
@@ -191,11 +164,8 @@ std::string severityLabel(const Style& style, const std::string& word) {
 
 std::string messageLabel(const std::string& id) {
     const auto* const row = findMessage(id);
-    std::string text = row != nullptr ? row->text : "(not in the catalogue)";
-    if (const auto at = text.find("%s"); at != std::string::npos) {
-        text.replace(at, 2, "<device>");
-    }
-    return padded(harmless(id), 7) + "  " + text;
+    return padded(harmless(id), 7) + "  " +
+           (row != nullptr ? messageAbout(*row, "<device>") : "(not in the catalogue)");
 }
 
 std::string deviceLabel(const std::string& device) {
@@ -273,19 +243,12 @@ void putChart(const std::vector<TimePoint>& times, const Style& style) {
     }
 }
 
-} // namespace
-
-void printStats(const std::string& path, const LogReader* reader, const Options& options) {
-    const auto statistics = collect(path, reader, options.filter);
-    if (options.json) {
-        putLine(jsonLine(toJson(path, statistics)));
-        return;
-    }
+void putText(const std::vector<Fact>& health, const Statistics& statistics, const char* which) {
     const auto style = Style::ofStandardOutput();
-    putHealth(path, statistics, style);
+    putLine(emphasised(style, "Health"));
+    putFacts(health, 13);
 
-    const auto count = ", " + std::to_string(statistics.matching) +
-                       (options.filter == Filter{} ? " in all" : " that match");
+    const auto count = ", " + std::to_string(statistics.matching) + which;
     std::vector<Row> severities;
     for (const auto severity : {Severity::critical, Severity::warning, Severity::other}) {
         severities.emplace_back(name(severity), statistics.bySeverity.at(name(severity)));
@@ -299,4 +262,18 @@ void printStats(const std::string& path, const LogReader* reader, const Options&
     }
 }
 
-} // namespace tavrisk::zelctl
+} // namespace
+
+Exit stats(const Log& log, const Arguments& arguments) {
+    const auto filter = filterOf(arguments);
+    const auto statistics = collect(log.path(), log.open(), filter);
+    const auto health = healthFacts(log.path(), statistics);
+    if (arguments.json()) {
+        putLine(jsonLine(toJson(statistics, tools::toJson(health))));
+    } else {
+        putText(health, statistics, filter == Filter{} ? " in all" : " that match");
+    }
+    return Exit::done;
+}
+
+} // namespace tavrisk::tools

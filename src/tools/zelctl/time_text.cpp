@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <ctime>
 
-namespace tavrisk::zelctl {
+namespace tavrisk::tools {
 namespace {
 
 using namespace std::chrono;
@@ -248,4 +248,4 @@ std::string readingText(TimePoint reading, const char* format) {
     return formatted(parts, format);
 }
 
-} // namespace tavrisk::zelctl
+} // namespace tavrisk::tools

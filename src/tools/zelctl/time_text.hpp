@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-namespace tavrisk::zelctl {
+namespace tavrisk::tools {
 
 /** Not the clock's own type: that ends in the year 2262, and people may write any. */
 using TimePoint = std::chrono::sys_time<std::chrono::milliseconds>;
@@ -31,4 +31,4 @@ std::string localTime(TimePoint time, const char* format = "%F %T");
 TimePoint clockReading(TimePoint time);
 std::string readingText(TimePoint reading, const char* format);
 
-} // namespace tavrisk::zelctl
+} // namespace tavrisk::tools

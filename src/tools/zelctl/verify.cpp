@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/zelctl/verify.hpp"
+#include "tools/common/output.hpp"
+#include "tools/zelctl/commands.hpp"
 
-#include "tools/zelctl/output.hpp"
-#include "tools/zelctl/render.hpp"
-
-namespace tavrisk::zelctl {
+namespace tavrisk::tools {
 namespace {
 
 struct Findings {
@@ -26,33 +24,32 @@ Findings check(const std::string& path) {
     return findings;
 }
 
-void putJson(const std::string& path, const Findings& findings) {
+Json::Value toJson(const std::string& path, const Findings& findings) {
     Json::Value value{Json::objectValue};
     value["database"] = path;
     value["ok"] = findings.problems.empty();
     value["entries"] = Json::Int64{findings.entries};
-    value["problems"] = Json::arrayValue;
-    for (const auto& text : findings.problems) {
-        value["problems"].append(text);
-    }
-    putLine(jsonLine(value));
+    value["problems"] = tools::toJson(findings.problems);
+    return value;
 }
 
 } // namespace
 
-bool verify(const std::string& path, bool missing, const Options& options) {
-    const auto findings = missing ? Findings{} : check(path);
-    if (options.json) {
-        putJson(path, findings);
+Exit verify(const Log& log, const Arguments& arguments) {
+    const bool missing = log.isYetToCome();
+    const auto findings = missing ? Findings{} : check(log.path());
+    if (arguments.json()) {
+        putLine(jsonLine(toJson(log.path(), findings)));
     } else if (findings.problems.empty()) {
-        putLine(path + (missing ? ": no entry yet"
-                                : ": all is well; entries: " + std::to_string(findings.entries)));
+        putLine(harmless(log.path()) +
+                (missing ? ": no entry yet"
+                         : ": all is well; entries: " + std::to_string(findings.entries)));
     } else {
         for (const auto& text : findings.problems) {
             putLine(harmless(text));
         }
     }
-    return findings.problems.empty();
+    return findings.problems.empty() ? Exit::done : Exit::failed;
 }
 
-} // namespace tavrisk::zelctl
+} // namespace tavrisk::tools

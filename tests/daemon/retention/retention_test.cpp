@@ -88,17 +88,20 @@ TEST_F(ChildRunner, GivesTheCommandAWorldOfItsOwn) {
     sigset_t all;
     sigfillset(&all);
     sigprocmask(SIG_BLOCK, &all, nullptr);
-    // The last two: it leads a process group, and no alarm is set.
+    // Signals 32 and 33 are the C library's own, which nobody can set; ninja's are ignored. The
+    // last two: it leads a process group, and no alarm is set.
     const auto* const command = R"(exec >/run/child
         tr '\0' ' ' </proc/$$/environ && ls -C /proc/$$/fd
-        while read -r line; do case $line in Sig[BI]*) echo $line; esac; done </proc/$$/status
+        while read -r line; do
+            case $line in Sig[BI]*) echo ${line%%:*} $((0x${line#*:?} & ~0x180000000)); esac
+        done </proc/$$/status
         [ $$ = $(cut -d ' ' -f 5 /proc/$$/stat) ] && exec perl -e 'print alarm 0')";
     EXPECT_EQ(run(command, 0), 0);
     sigprocmask(SIG_UNBLOCK, &all, nullptr);
     close(inherited);
     EXPECT_EQ(readFile("/run/child"),
               "HOME=/ PATH=/bin:/app/bin:/usr/bin USER=hmcclient LD_LIBRARY_PATH=/usr/lib "
-              "0  1  2\nSigBlk: 0000000000000000\nSigIgn: 0000000000000000\n0");
+              "0  1  2\nSigBlk 0\nSigIgn 0\n0");
 }
 
 TEST_F(ChildRunner, LosesNoChildWhileThreadsLog) {

@@ -1,28 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "tools/common/output.hpp"
 #include "tools/zelctl/log.hpp"
-
-#include <json/value.h>
 
 #include <string>
 #include <string_view>
 
-namespace tavrisk::zelctl {
-
-/** How standard output wants its text. */
-struct Style {
-    bool terminal = false; // titles and the like
-    bool colour = false;
-    bool utf8 = false; // characters beyond ASCII for decoration
-    int width = 80;
-
-    static Style ofStandardOutput();
-};
-
-/** The text with everything in escapes ("\n", "\x1b", "\u{202e}") that a terminal could take as
- *  a command, or that would make it show something else than what is there. */
-std::string harmless(std::string_view text);
+namespace tavrisk::tools {
 
 /** The text broken into lines for a terminal, all but the first indented by `indent` columns, where
  *  the first is taken to begin; what goes beyond `mostLines` is left out. */
@@ -36,7 +21,6 @@ std::string messageText(const LogEntry& entry);
 /** A stored time in local time, or harmlessly as it stands when it is none. */
 std::string localTimeText(const std::string& stored);
 
-std::string padded(std::string text, std::size_t width);
 std::string coloured(const Style& style, Severity severity, const std::string& text);
 std::string emphasised(const Style& style, const std::string& text);
 
@@ -46,7 +30,4 @@ std::string titleLine(const Style& style, std::size_t sequenceWidth);
 
 Json::Value toJson(const LogEntry& entry);
 
-/** The value on one line, in ASCII: safe for a terminal, too. */
-std::string jsonLine(const Json::Value& value);
-
-} // namespace tavrisk::zelctl
+} // namespace tavrisk::tools

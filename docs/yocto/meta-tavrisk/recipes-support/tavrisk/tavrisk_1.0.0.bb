@@ -1,4 +1,4 @@
-# An example: copy it into a layer of yours, and name your repository and revision.
+# SPDX-License-Identifier: Apache-2.0
 SUMMARY = "Event and error record logger for the HMC"
 DESCRIPTION = "Takes in the hardware-error records of an attached management controller over \
 D-Bus, keeps them, and turns them into entries of the platform event log."
@@ -6,10 +6,14 @@ SECTION = "base"
 LICENSE = "Apache-2.0"
 LIC_FILES_CHKSUM = "file://LICENSE;md5=3b83ef96387f14655fc854ddc3c6bd57"
 
-SRC_URI = "git://${TAVRISK_REPOSITORY};branch=main"
-SRCREV = "${AUTOREV}"
-PV = "0.1.0+git${SRCPV}"
-S = "${WORKDIR}/git"
+# Yours: "git.example.com/tavrisk.git", and the commit that the tag v${PV} is of.
+TAVRISK_REPOSITORY ?= ""
+TAVRISK_REVISION ?= ""
+SRC_URI = "git://${TAVRISK_REPOSITORY};protocol=https;branch=main;destsuffix=${BP}"
+SRCREV = "${TAVRISK_REVISION}"
+# Releases before 5.1 unpack into WORKDIR itself.
+UNPACKDIR ??= "${WORKDIR}"
+S = "${UNPACKDIR}/${BP}"
 
 inherit meson pkgconfig systemd useradd bash-completion features_check
 
@@ -21,6 +25,7 @@ DEPENDS = "dbus jsoncpp openssl systemd"
 
 # Without "embedded" the build links against the vendor's three libraries: have their recipe stage
 # them into ${libdir}, and name it in VENDOR_PLATFORM.
+VENDOR_PLATFORM ??= ""
 PACKAGECONFIG ??= "embedded"
 PACKAGECONFIG[embedded] = "-Dplatform=embedded,-Dplatform=vendor -Dvendor_libdir=${STAGING_LIBDIR},sqlite3,,,vendor"
 PACKAGECONFIG[vendor] = ",,${VENDOR_PLATFORM},,,embedded"
@@ -28,7 +33,6 @@ PACKAGECONFIG[vendor] = ",,${VENDOR_PLATFORM},,,embedded"
 PACKAGECONFIG[sdbusplus] = "-Dsdbusplus=system,-Dsdbusplus=bundled,sdbusplus"
 
 EXTRA_OEMESON = " \
-    -Dtests=false \
     -Ddbus_dir=${datadir}/dbus-1 \
     -Dsystemd_unit_dir=${systemd_system_unitdir} \
     -Dsysusers_dir=${nonarch_libdir}/sysusers.d \
@@ -51,9 +55,10 @@ FILES:${PN}-platform = " \
     ${libdir}/libmosslink${SOLIBS} \
     ${libdir}/libwhelk${SOLIBS} \
     ${bindir}/zelctl \
-    ${datadir}/tavrisk \
+    ${datadir}/tavrisk/zelctl.schema.json \
     ${libexecdir}/tavrisk-retention \
-    /app/bin \
+    ${nonarch_libdir}/tmpfiles.d/tavrisk-embedded.conf \
+    /app \
 "
 FILES_SOLIBSDEV = "${libdir}/libmosslink.so ${libdir}/libwhelk.so"
 INSANE_SKIP:${PN}-platform = "dev-so"
@@ -61,6 +66,8 @@ INSANE_SKIP:${PN}-platform = "dev-so"
 FILES:${PN} += " \
     ${systemd_system_unitdir}/run-hmc.mount \
     ${datadir}/dbus-1 \
+    ${datadir}/licenses \
+    ${datadir}/tavrisk \
     ${nonarch_libdir}/sysusers.d \
     ${nonarch_libdir}/tmpfiles.d \
 "
