@@ -23,6 +23,28 @@ constexpr std::array schemaSteps{
     " last_clear TEXT);"
     "INSERT INTO state (dropped) VALUES (0);"
     "PRAGMA user_version = 2",
+
+    "ALTER TABLE entries ADD COLUMN boot_id TEXT;"       // NULL in entries of older layouts
+    "ALTER TABLE entries ADD COLUMN since_boot INTEGER;" // milliseconds, suspension included
+    "ALTER TABLE entries ADD COLUMN salvaged INTEGER NOT NULL DEFAULT 0;"
+    "ALTER TABLE entries ADD COLUMN acknowledged_by TEXT;"
+    "ALTER TABLE entries ADD COLUMN acknowledged_at TEXT;"
+    "ALTER TABLE entries ADD COLUMN acknowledgement_note TEXT;"
+    // Numbers that no entry will ever have, since a salvage went on beyond them.
+    "ALTER TABLE state ADD COLUMN skipped INTEGER NOT NULL DEFAULT 0;"
+    // What was recorded since the database was made or came to this layout. Rows are never
+    // removed, so the highest rowid is their number; what there is no room for counts in the row of
+    // its severity without message and device.
+    "CREATE TABLE totals ("
+    " message_id TEXT NOT NULL,"
+    " severity INTEGER NOT NULL,"
+    " device TEXT NOT NULL,"
+    " recorded INTEGER NOT NULL,"
+    " UNIQUE (message_id, severity, device));"
+    "CREATE TABLE losses ("
+    " cause TEXT PRIMARY KEY,"
+    " events INTEGER NOT NULL);"
+    "PRAGMA user_version = 3",
 };
 
 } // namespace
@@ -50,6 +72,12 @@ std::int64_t checkedSchemaVersion(const Connection& connection) {
         }
         if (version >= 2) {
             Statement{connection, "SELECT dropped, last_clear FROM state"};
+        }
+        if (version >= 3) {
+            Statement{connection,
+                      "SELECT boot_id, since_boot, salvaged, acknowledged_by, acknowledged_at,"
+                      " acknowledgement_note, skipped, recorded, device, cause, events"
+                      " FROM entries, state, totals, losses"};
         }
         return version;
     } catch (const SqliteError& error) {

@@ -275,7 +275,10 @@ std::vector<std::string> LogReader::findDamage() const {
         if (schemaVersion_ != 0) {
             Statement gap{connection_, "SELECT max(sequence) - min(sequence) + 1 - count(*)"
                                        " FROM entries"};
-            if (gap.step() && gap.integer(0) > 0) {
+            // A salvage has said how many it had to go without.
+            const auto known =
+                schemaVersion_ >= 3 ? connection_.queryInteger("SELECT skipped FROM state") : 0;
+            if (gap.step() && gap.integer(0) > known) {
                 damage.push_back(std::to_string(gap.integer(0)) +
                                  " entries are missing between the first and the last");
             }

@@ -2,6 +2,7 @@
 #include "zel/store.hpp"
 
 #include "text/utc_time.hpp"
+#include "zel/files.hpp"
 #include "zel/layout.hpp"
 
 #include <fcntl.h>
@@ -9,7 +10,9 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <system_error>
+#include <utility>
 
 namespace tavrisk::zel {
 namespace {
@@ -17,19 +20,11 @@ namespace {
 // How long other processes may hold the database before a write is given up.
 constexpr std::chrono::seconds patience{10};
 
-void syncDirectory(const std::filesystem::path& directory) {
-    const int opened = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (opened >= 0) {
-        fsync(opened);
-        close(opened);
-    }
-}
-
 /** A directory that cannot be made shows when the database in it cannot. */
 void makeDirectory(const std::filesystem::path& directory) {
     std::error_code ignored;
     if (!directory.empty() && std::filesystem::create_directories(directory, ignored)) {
-        syncDirectory(directory.parent_path());
+        Directory{directory.parent_path()}.sync();
     }
 }
 
@@ -53,12 +48,35 @@ Connection openForWriting(const std::string& path) {
     return connection;
 }
 
-/** SQLite does not wait by itself while another process turns a new database into a WAL one. */
-Connection openPatiently(const std::string& path) {
+template <typename Body>
+auto patiently(Body body) {
     return retryUntil(
         std::chrono::steady_clock::now() + patience, std::chrono::milliseconds{5},
-        [](const SqliteError& error) { return error.code() == SQLITE_BUSY; },
-        [&path] { return openForWriting(path); });
+        [](const SqliteError& error) { return error.code() == SQLITE_BUSY; }, body);
+}
+
+/** SQLite does not wait by itself while another process turns a new database into a WAL one. */
+Connection openPatiently(const std::string& path) {
+    return patiently([&path] { return openForWriting(path); });
+}
+
+/** One process at a time replaces a database; the others find the new one in its place. */
+void waitForLock(const Directory& directory) {
+    patiently([&directory] {
+        if (!directory.tryLock()) {
+            throw SqliteError{SQLITE_BUSY, "being replaced"};
+        }
+    });
+}
+
+std::string bootId() {
+    std::string id;
+    std::getline(std::ifstream{"/proc/sys/kernel/random/boot_id"}, id);
+    return id;
+}
+
+bool isDamaged(const Refused& refused) {
+    return refused.reason() == Refused::Reason::damaged;
 }
 
 /** Wakes readers that watch the directory. What a commit writes can be seen there before its
@@ -74,41 +92,132 @@ void announce(const Connection& connection) {
 
 } // namespace
 
-Store::Store(const std::string& path)
-    : connection_{(makeDirectory(std::filesystem::path{path}.parent_path()), openPatiently(path))} {
+Store::Store(const std::string& path, Condition condition)
+    : numbers_{(makeDirectory(std::filesystem::path{path}.parent_path()), path + ".numbers")},
+      connection_{open(path, condition)},
+      insert_{connection_, "INSERT INTO entries (time, message_id, severity, arguments,"
+                           " boot_id, since_boot) VALUES (?, ?, ?, ?, ?, ?)"},
+      dataVersion_{connection_, "PRAGMA data_version"},
+      drop_{connection_, "DELETE FROM entries WHERE sequence IN"
+                         " (SELECT sequence FROM entries ORDER BY sequence LIMIT ?)"},
+      countDropped_{connection_, "UPDATE state SET dropped = dropped + ?"},
+      totals_{connection_},
+      bootId_{bootId()} {
+    countOn();
 }
 
-void Store::append(std::span<const Entry> entries, std::int64_t maxEntries) {
-    Transaction transaction{connection_};
-    Statement insert{connection_, "INSERT INTO entries (time, message_id, severity, arguments)"
-                                  " VALUES (?, ?, ?, ?)"};
-    for (const auto& entry : entries) {
-        insert.bind(1, entry.time);
-        insert.bind(2, entry.messageId);
-        insert.bind(3, std::int64_t{entry.severity});
-        insert.bind(4, entry.arguments);
-        insert.step();
-        insert.reset();
+Connection Store::open(const std::string& path, Condition condition) {
+    const bool leftUnfinished = std::filesystem::exists(path + ".salvaged");
+    try {
+        if (condition == Condition::unknown && !leftUnfinished) {
+            return openPatiently(path);
+        }
+    } catch (const Refused& refused) {
+        if (!isDamaged(refused)) {
+            throw;
+        }
     }
+    const Directory directory{std::filesystem::path{path}.parent_path()};
+    waitForLock(directory);
+    finishReplacing(path);
+    try {
+        if (condition == Condition::unknown) {
+            return openPatiently(path);
+        }
+    } catch (const Refused& refused) {
+        if (!isDamaged(refused)) {
+            throw;
+        }
+    }
+    salvage_ = replaceDamaged(path, numbers_.read().reserved);
+    return openPatiently(path);
+}
 
-    // Sequence numbers have no gaps but the one a clearing leaves before the first entry, so the
-    // newest one tells how many there are without counting them.
-    Statement drop{connection_,
-                   "DELETE FROM entries WHERE sequence <= (SELECT max(sequence) FROM entries) - ?"};
-    drop.bind(1, maxEntries);
-    drop.step();
-    if (const auto dropped = sqlite3_changes64(connection_.get()); dropped != 0) {
-        Statement count{connection_, "UPDATE state SET dropped = dropped + ?"};
-        count.bind(1, dropped);
-        count.step();
+/** A database that does not know of numbers that were given out goes on above them. */
+void Store::countOn() {
+    const auto numbers = numbers_.read();
+    Statement highest{connection_, "SELECT coalesce((SELECT seq FROM sqlite_sequence"
+                                   " WHERE name = 'entries'), 0)"};
+    if (numbers.used == 0 || (highest.step() && highest.integer(0) >= numbers.used)) {
+        return;
     }
+    highest.reset();
+    Transaction transaction{connection_};
+    connection_.execute("UPDATE state SET skipped = CASE WHEN EXISTS (SELECT 1 FROM entries)"
+                        " THEN skipped ELSE 0 END");
+    Statement skip{connection_, "UPDATE state SET skipped = skipped + ?1 - (SELECT max(sequence)"
+                                " FROM entries) WHERE EXISTS (SELECT 1 FROM entries)"};
+    skip.bind(1, numbers.reserved);
+    skip.step();
+    connection_.execute("DELETE FROM sqlite_sequence WHERE name = 'entries'");
+    Statement go{connection_, "INSERT INTO sqlite_sequence (name, seq) VALUES ('entries', ?)"};
+    go.bind(1, numbers.reserved);
+    go.step();
     transaction.commit();
+}
+
+void Store::append(std::span<const Entry> entries, std::int64_t maxEntries, const Losses& losses) {
+    Transaction transaction{connection_};
+    const auto last = insert(entries);
+    numbers_.reserve(last);
+    dropBeyond(maxEntries, entries.size());
+    addLosses(connection_, losses);
+    transaction.commit();
+    keptVersion_ = dataVersion();
+    numbers_.use(last);
     announce(connection_);
+}
+
+/** Returns the number of the last one. */
+std::int64_t Store::insert(std::span<const Entry> entries) {
+    std::int64_t last = 0;
+    for (const auto& entry : entries) {
+        insert_.bind(1, entry.time);
+        insert_.bind(2, entry.messageId);
+        insert_.bind(3, std::int64_t{entry.severity});
+        insert_.bind(4, entry.arguments);
+        insert_.bind(5, bootId_);
+        insert_.bind(6, entry.sinceBoot);
+        insert_.step();
+        last = sqlite3_last_insert_rowid(connection_.get()); // before that of a total
+        insert_.reset();
+        totals_.count(entry);
+    }
+    return last;
+}
+
+/** Another one whenever another process has written. */
+std::int64_t Store::dataVersion() {
+    dataVersion_.step();
+    const auto version = dataVersion_.integer(0);
+    dataVersion_.reset();
+    return version;
+}
+
+void Store::dropBeyond(std::int64_t maxEntries, std::size_t added) {
+    // Counted once, and again only when somebody else has written or a write has failed.
+    if (std::exchange(keptVersion_, -1) != dataVersion()) {
+        kept_ = connection_.queryInteger("SELECT count(*) FROM entries");
+    } else {
+        kept_ += static_cast<std::int64_t>(added);
+    }
+    if (kept_ <= maxEntries) {
+        return;
+    }
+    drop_.bind(1, kept_ - maxEntries);
+    drop_.step();
+    drop_.reset();
+    const auto dropped = sqlite3_changes64(connection_.get());
+    kept_ -= dropped;
+    countDropped_.bind(1, dropped);
+    countDropped_.step();
+    countDropped_.reset();
 }
 
 void Store::clear() {
     Transaction transaction{connection_};
     connection_.execute("DELETE FROM entries");
+    keptVersion_ = -1;
     Statement note{connection_, "UPDATE state SET last_clear = ?"};
     const text::UtcTime now{std::chrono::system_clock::now()};
     note.bind(1, now.text());

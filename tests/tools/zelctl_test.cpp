@@ -104,7 +104,7 @@ TEST_F(Zelctl, ReadsALogOfManyPages) {
     stats.removeMember("bytesOnDisk");
     EXPECT_EQ(stats, parsed(R"({
         "database": ")" + path +
-                            R"(", "schemaVersion": 2, "entries": 1204, "cap": )" +
+                            R"(", "schemaVersion": 3, "entries": 1204, "cap": )" +
                             std::to_string(tavrisk::platform::zelMaxEntries) + R"(, "dropped": 1,
         "first": {"sequence": 2, "time": "2025-01-02T10:00:00.500Z"},
         "last": {"sequence": 1205, "time": "2025-01-05T10:00:00.000Z"},
@@ -208,7 +208,7 @@ TEST_F(Zelctl, SaysWhyItCannot) {
            "the last sequence number is not remembered and would be used again\n"
            "entry 6 has no list of arguments\n"
            "the count of dropped entries and the last clearing are missing\n");
-    database.execute("PRAGMA user_version = 3");
+    database.execute("PRAGMA user_version = 4");
     for (const auto* command : {"list", "stats", "verify", "clear --yes", "follow", "show 6"}) {
         expect(command, 1, "later version");
     }

@@ -2,11 +2,16 @@
 #include "platform/mosslink/event_log.hpp"
 
 #include "platform/config.hpp"
+#include "platform/mosslink/notice.hpp"
 #include "text/utc_time.hpp"
 #include "zel/layout.hpp"
 
+#include <time.h>
+
 #include <chrono>
+#include <cstdint>
 #include <new>
+#include <system_error>
 #include <utility>
 
 namespace tavrisk::zel {
@@ -35,6 +40,40 @@ MOSSLINKError codeFor(const SqliteError& error) {
     }
 }
 
+/** What the count of losses calls it. */
+const char* causeOf(MOSSLINKError code) {
+    switch (code) {
+    case MOSSLINK_BUSY:
+        return "busy";
+    case MOSSLINK_NO_SPACE:
+        return "no space";
+    case MOSSLINK_OUT_OF_MEMORY:
+        return "no memory";
+    case MOSSLINK_CANNOT_OPEN:
+        return "cannot open";
+    case MOSSLINK_DATABASE_DAMAGED:
+        return "damaged";
+    case MOSSLINK_DATABASE_NEWER:
+        return "newer";
+    case MOSSLINK_STORAGE_FAILED:
+        return "storage";
+    default:
+        return "other";
+    }
+}
+
+/** Whether a database may be to blame that other tables, or other pages, have come into. */
+bool mayBeDamage(const SqliteError& error) {
+    return error.code() == SQLITE_CORRUPT || error.code() == SQLITE_NOTADB ||
+           error.code() == SQLITE_ERROR;
+}
+
+std::int64_t millisecondsSinceBoot() {
+    timespec now{};
+    clock_gettime(CLOCK_BOOTTIME, &now);
+    return now.tv_sec * std::int64_t{1000} + now.tv_nsec / 1'000'000;
+}
+
 MOSSLINKError codeForCurrentException() {
     try {
         throw;
@@ -43,6 +82,8 @@ MOSSLINKError codeForCurrentException() {
     } catch (const Refused& refused) {
         return refused.reason() == Refused::Reason::newer ? MOSSLINK_DATABASE_NEWER
                                                           : MOSSLINK_DATABASE_DAMAGED;
+    } catch (const std::system_error&) {
+        return MOSSLINK_STORAGE_FAILED;
     } catch (const std::bad_alloc&) {
         return MOSSLINK_OUT_OF_MEMORY;
     } catch (...) {
@@ -63,6 +104,7 @@ MOSSLINKError EventLog::submit(Entry entry) {
         collecting_ = std::make_shared<Batch>();
     }
     const auto batch = collecting_;
+    entry.sinceBoot = millisecondsSinceBoot();
     entry.time = text::UtcTime{std::chrono::system_clock::now()}.text();
     batch->entries.push_back(std::move(entry));
     if (batch->entries.size() > 1) {
@@ -84,21 +126,47 @@ MOSSLINKError EventLog::submit(Entry entry) {
 }
 
 MOSSLINKError EventLog::write(const Batch& batch) noexcept {
-    try {
-        if (store_ && store_->hasMoved()) {
+    using enum Store::Condition;
+    // What is damaged shows when it is opened, or else when it cannot be written.
+    for (const auto condition : {unknown, unknown, damaged}) {
+        try {
+            append(batch, condition);
+            return MOSSLINK_OK;
+        } catch (const SqliteError& error) {
+            // The next batch begins anew: whatever was wrong may have been put right.
             store_.reset();
+            if (condition == damaged || !mayBeDamage(error)) {
+                return failed(batch, codeForCurrentException());
+            }
+        } catch (...) {
+            store_.reset();
+            return failed(batch, codeForCurrentException());
         }
-        if (!store_) {
-            store_.emplace(platform::zelPath);
-        }
-        store_->append(batch.entries, platform::zelMaxEntries);
-        return MOSSLINK_OK;
-    } catch (...) {
-        const auto code = codeForCurrentException();
-        // The next batch begins anew: whatever was wrong may have been put right.
-        store_.reset();
-        return code;
     }
+    return MOSSLINK_INTERNAL;
+}
+
+void EventLog::append(const Batch& batch, Store::Condition condition) {
+    if (store_ && store_->hasMoved()) {
+        store_.reset();
+    }
+    if (!store_) {
+        store_.emplace(platform::zelPath, condition);
+        if (const auto& salvage = store_->salvage()) {
+            notice("The event log was damaged. It is now %s; entries taken over: %jd",
+                   salvage->asideAt.c_str(), std::intmax_t{salvage->entries});
+        }
+    }
+    store_->append(batch.entries, platform::zelMaxEntries, losses_);
+    losses_.clear();
+}
+
+MOSSLINKError EventLog::failed(const Batch& batch, MOSSLINKError code) noexcept {
+    try {
+        losses_[causeOf(code)] += static_cast<std::int64_t>(batch.entries.size());
+    } catch (const std::bad_alloc&) { // then this one is not counted
+    }
+    return code;
 }
 
 } // namespace tavrisk::zel

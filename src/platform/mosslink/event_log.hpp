@@ -35,13 +35,17 @@ private:
     };
 
     MOSSLINKError write(const Batch& batch) noexcept;
+    void append(const Batch& batch, Store::Condition condition);
+    MOSSLINKError failed(const Batch& batch, MOSSLINKError code) noexcept;
 
     std::mutex mutex_;
     std::shared_ptr<Batch> collecting_;
     bool writing_ = false;
     std::condition_variable writerIsFree_;
 
-    std::optional<Store> store_; // the writer's, without the mutex
+    // The writer's, without the mutex.
+    std::optional<Store> store_;
+    Losses losses_; // that the database does not know of yet
 };
 
 } // namespace tavrisk::zel

@@ -13,7 +13,7 @@ enum MOSSLINKError {
     MOSSLINK_BUSY = 5,             /* other processes kept the database locked for too long */
     MOSSLINK_NO_SPACE = 6,
     MOSSLINK_STORAGE_FAILED = 7,   /* the file system refused a read or a write */
-    MOSSLINK_DATABASE_DAMAGED = 8, /* left as it is */
+    MOSSLINK_DATABASE_DAMAGED = 8, /* and could not be replaced */
     MOSSLINK_DATABASE_NEWER = 9,   /* written by a later version; left as it is */
     MOSSLINK_INTERNAL = 10
 };

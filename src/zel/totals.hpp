@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "zel/sqlite.hpp"
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+namespace tavrisk::zel {
+
+struct Entry;
+
+/** Events that did not become entries, by cause. */
+using Losses = std::map<std::string, std::int64_t>;
+
+/** Counts entries by message, severity and device, over the whole life of a database. */
+class Totals {
+public:
+    explicit Totals(const Connection& connection);
+
+    void count(const Entry& entry);
+
+private:
+    bool addTo(std::string_view messageId, std::int64_t severity, std::string_view device);
+
+    Statement device_, add_, insert_;
+};
+
+void addLosses(const Connection& connection, const Losses& losses);
+
+} // namespace tavrisk::zel
