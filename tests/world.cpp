@@ -264,7 +264,7 @@ const std::string World::openPolicy = R"(
   </policy>
 )";
 
-World::World(const std::string& busPolicy) {
+Recorded::Recorded() {
     unsetenv("LD_PRELOAD"); // What this program has of it is not for those that it starts.
     for (const auto* directory : {"/run", "/mmc1", "/app"}) {
         for (const auto& entry : fs::directory_iterator{directory}) {
@@ -275,6 +275,9 @@ World::World(const std::string& busPolicy) {
         fs::create_directories(directory);
     }
     fs::remove("/dev/log");
+}
+
+World::World(const std::string& busPolicy) {
     syslogSocket_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     const sockaddr_un address{AF_UNIX, "/dev/log"};
     EXPECT_EQ(bind(syslogSocket_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
@@ -336,11 +339,11 @@ void World::startDaemon(const Lines& with) {
         eventually([&] { return sd_bus_get_name_creds(peer.bus(), service, 0, nullptr) >= 0; }));
 }
 
-void World::fail(const std::string& call, int code) {
+void Recorded::fail(const std::string& call, int code) {
     writeFile("/run/fail/" + call, std::to_string(code));
 }
 
-void World::stopClock(std::int64_t secondsSinceEpoch) {
+void Recorded::stopClock(std::int64_t secondsSinceEpoch) {
     writeFile("/run/clock", std::to_string(secondsSinceEpoch));
 }
 
@@ -361,7 +364,7 @@ Lines recordedLines(const std::function<bool(pid_t, const std::string&)>& wanted
 
 } // namespace
 
-Lines World::recorded() {
+Lines Recorded::recorded() {
     return recordedLines([](pid_t, const auto&) { return true; });
 }
 
@@ -375,17 +378,17 @@ Lines World::recordedOnWorkers() const {
     });
 }
 
-void World::forgetRecorded() {
+void Recorded::forgetRecorded() {
     fs::remove("/run/record");
 }
 
-Lines World::recordedWith(const std::string& text) {
+Lines Recorded::recordedWith(const std::string& text) {
     auto lines = recorded();
     std::erase_if(lines, [&](const auto& line) { return line.find(text) == std::string::npos; });
     return lines;
 }
 
-testing::AssertionResult World::waitForRecorded(const std::string& text, std::size_t count) {
+testing::AssertionResult Recorded::waitForRecorded(const std::string& text, std::size_t count) {
     return eventually([&] { return recordedWith(text).size() >= count; })
            << "wanted: " << count << " x '" << text << "'";
 }

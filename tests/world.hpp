@@ -88,9 +88,27 @@ private:
     std::shared_ptr<sd_bus> bus_;
 };
 
-/** A private bus, a private syslog and what the recording libraries saw. Runs in the root made by
+/** What the recording libraries and the shim saw, for what needs no bus. Runs in the root made by
  *  scripts/world; every test starts with it empty. */
-class World : public ::testing::Test {
+class Recorded : public ::testing::Test {
+protected:
+    Recorded();
+
+    /** Makes the call of this name fail with `code`; 0 lets it succeed again. */
+    static void fail(const std::string& call, int code);
+    /** Stops the clock of whoever has the shim. */
+    static void stopClock(std::int64_t secondsSinceEpoch);
+
+    /** What the recording libraries saw since the start of the test, without thread numbers. */
+    static Lines recorded();
+    static void forgetRecorded();
+    /** The recorded lines that contain `text`. */
+    static Lines recordedWith(const std::string& text);
+    static testing::AssertionResult waitForRecorded(const std::string& text, std::size_t count = 1);
+};
+
+/** A private bus and a private syslog as well, and the daemon. */
+class World : public Recorded {
 protected:
     /** A bus that lets everybody do everything. */
     static const std::string openPolicy;
@@ -105,20 +123,10 @@ protected:
     void launchDaemon(const Lines& with = {});
 
     void stopBus() { bus_.reset(); }
-    /** Makes the call of this name fail with `code`; 0 lets it succeed again. */
-    static void fail(const std::string& call, int code);
-    /** Stops the clock of the daemon. */
-    static void stopClock(std::int64_t secondsSinceEpoch);
 
-    /** What the recording libraries saw since the start of the test, without thread numbers. */
-    static Lines recorded();
-    /** The same, of the daemon's bus thread only, and of all other threads but the monitor. */
+    /** recorded(), of the daemon's bus thread only, and of all other threads but the monitor. */
     Lines recordedOnBusThread() const;
     Lines recordedOnWorkers() const;
-    static void forgetRecorded();
-    /** The recorded lines that contain `text`. */
-    static Lines recordedWith(const std::string& text);
-    static testing::AssertionResult waitForRecorded(const std::string& text, std::size_t count = 1);
 
     /** Has syslog read a line every `pause` at most, or not at all. */
     void slowSyslog(std::chrono::milliseconds pause) { syslogPause_ = pause; }

@@ -117,11 +117,12 @@ bool EntryReader::takeIfThere(std::int64_t sequence) {
 
 /** Where to look on when there was nothing for long. */
 std::int64_t EntryReader::behindGap(std::int64_t sequence, std::int64_t step) {
-    auto next = sequence + step;
+    std::int64_t next = 0;
     try {
         next_.bind(1, sequence);
         next = next_.step() ? std::max(next_.integer(0), sequence + 1) : highest_ + 1;
     } catch (const SqliteError&) { // a bad page
+        next = sequence + step;
     }
     next_.reset();
     return next;

@@ -391,9 +391,9 @@ TEST(Whelk, WritesOneHarmlessLinePerMessage) {
     emptyDirectoryOf(debugLogPath);
     log("two\nlines, \x1b[31mred, \xc2\x9b, \xff, %s\n", "caf\xc3\xa9");
     log("%s", std::string(100'000, 'x').c_str());
-    const auto lines = R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z 5 349 \d+/\d+ )"
-                       R"(two\\nlines, \\x1b\[31mred, \\xc2\\x9b, \\xff, caf\xc3\xa9\n)"
-                       R"(\d\S+Z 5 349 \d+/\d+ x{4095}\.\.\.\n$)";
+    const auto* const lines = R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z 5 349 \d+/\d+ )"
+                              R"(two\\nlines, \\x1b\[31mred, \\xc2\\x9b, \\xff, caf\xc3\xa9\n)"
+                              R"(\d\S+Z 5 349 \d+/\d+ x{4095}\.\.\.\n$)";
     EXPECT_TRUE(has(readFile(debugLogPath), lines)) << readFile(debugLogPath);
 }
 

@@ -125,7 +125,7 @@ const Case cases[] = {
     {"AMegabyteOfBrackets", std::string(1 << 20, '['), 0, notTouched, 9, "", failedParsing},
 };
 
-class Classifier : public World, public ::testing::WithParamInterface<Case> {};
+class Classifier : public Recorded, public ::testing::WithParamInterface<Case> {};
 
 TEST_P(Classifier, DecidesWhatToReport) {
     const auto& c = GetParam();

@@ -8,7 +8,7 @@ using namespace std::string_literals;
 
 namespace {
 
-using RecordParser = World;
+using RecordParser = Recorded;
 
 /** 96 bytes of record behind `ahead`: zeros but for the signature and these fields. */
 Bytes record(const std::string& ahead, const std::string& revision, const std::string& count) {

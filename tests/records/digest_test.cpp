@@ -8,7 +8,7 @@ using ::testing::ElementsAre;
 
 namespace {
 
-using Integrity = World;
+using Integrity = Recorded;
 
 // The SHA-512 test message of FIPS 180-2 and its published digest.
 const std::string fipsDigest = "ddaf35a193617abacc417349ae20413112e6fa4e89a97ea20a9eeee64b55d39a"

@@ -6,10 +6,9 @@
 #include "text/utc_time.hpp"
 #include "zel/layout.hpp"
 
-#include <time.h>
-
 #include <chrono>
 #include <cstdint>
+#include <ctime>
 #include <new>
 #include <system_error>
 #include <utility>

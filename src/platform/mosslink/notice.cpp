@@ -23,6 +23,7 @@ void notice(const char* format, ...) noexcept {
                       program_invocation_short_name, getpid());
     std::va_list arguments;
     va_start(arguments, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): it begins in the line before
     std::vsnprintf(line.data() + head, line.size() - static_cast<std::size_t>(head), format,
                    arguments);
     va_end(arguments);
