@@ -30,20 +30,28 @@ constexpr std::array schemaSteps{
     "ALTER TABLE entries ADD COLUMN acknowledged_by TEXT;"
     "ALTER TABLE entries ADD COLUMN acknowledged_at TEXT;"
     "ALTER TABLE entries ADD COLUMN acknowledgement_note TEXT;"
-    // Numbers that no entry will ever have, since a salvage went on beyond them.
-    "ALTER TABLE state ADD COLUMN skipped INTEGER NOT NULL DEFAULT 0;"
-    // What was recorded since the database was made or came to this layout. Rows are never
-    // removed, so the highest rowid is their number; what there is no room for counts in the row of
-    // its severity without message and device.
+    // Numbers up to the highest whose entry was dropped or cleared, or that a salvage has passed
+    // over. An entry that is missing beyond these is missing for no reason.
+    "ALTER TABLE state ADD COLUMN gone INTEGER NOT NULL DEFAULT 0;"
+    "UPDATE state SET gone = coalesce((SELECT max(seq) FROM sqlite_sequence), 0) -"
+    " (SELECT count(*) FROM entries);"
+    // What was recorded since the database was made or came to this layout, and of it dropped. Rows
+    // are never removed, so the highest rowid is their number; what there is no room for counts in
+    // the row of its severity without message and device.
     "CREATE TABLE totals ("
     " message_id TEXT NOT NULL,"
     " severity INTEGER NOT NULL,"
     " device TEXT NOT NULL,"
     " recorded INTEGER NOT NULL,"
+    " dropped INTEGER NOT NULL DEFAULT 0,"
+    " last_dropped INTEGER," // the newest of them, its sequence number
+    " last_dropped_at TEXT," // and its time
     " UNIQUE (message_id, severity, device));"
     "CREATE TABLE losses ("
     " cause TEXT PRIMARY KEY,"
-    " events INTEGER NOT NULL);"
+    " events INTEGER NOT NULL,"
+    " acknowledged INTEGER NOT NULL DEFAULT 0," // how many of them
+    " last_at TEXT);"                           // when the newest was told of
     "PRAGMA user_version = 3",
 };
 
@@ -76,7 +84,8 @@ std::int64_t checkedSchemaVersion(const Connection& connection) {
         if (version >= 3) {
             Statement{connection,
                       "SELECT boot_id, since_boot, salvaged, acknowledged_by, acknowledged_at,"
-                      " acknowledgement_note, skipped, recorded, device, cause, events"
+                      " acknowledgement_note, gone, recorded, device, last_dropped_at, cause,"
+                      " acknowledged, last_at"
                       " FROM entries, state, totals, losses"};
         }
         return version;

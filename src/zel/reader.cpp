@@ -273,14 +273,15 @@ std::vector<std::string> LogReader::findDamage() const {
             }
         }
         if (schemaVersion_ != 0) {
-            Statement gap{connection_, "SELECT max(sequence) - min(sequence) + 1 - count(*)"
-                                       " FROM entries"};
-            // A salvage has said how many it had to go without.
-            const auto known =
-                schemaVersion_ >= 3 ? connection_.queryInteger("SELECT skipped FROM state") : 0;
-            if (gap.step() && gap.integer(0) > known) {
-                damage.push_back(std::to_string(gap.integer(0)) +
-                                 " entries are missing between the first and the last");
+            // Later layouts know how many numbers have no entry any more.
+            const auto missing = connection_.queryInteger(
+                schemaVersion_ >= 3 ? "SELECT coalesce((SELECT max(seq) FROM sqlite_sequence), 0) -"
+                                      " (SELECT count(*) FROM entries) - gone FROM state"
+                                    : "SELECT max(sequence) - min(sequence) + 1 - count(*)"
+                                      " FROM entries");
+            if (missing > 0) {
+                damage.push_back(std::to_string(missing) +
+                                 " entries are missing that were neither dropped nor cleared");
             }
             findDamagedEntries(damage);
         }

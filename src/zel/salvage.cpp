@@ -43,8 +43,6 @@ public:
     void run();
 
     std::int64_t entries = 0;
-    std::int64_t first = 0;
-    std::int64_t last = 0;
 
 private:
     bool takeIfThere(std::int64_t sequence);
@@ -149,8 +147,6 @@ bool EntryReader::take(std::int64_t sequence) {
     const bool taken = insert_.step();
     insert_.reset();
     if (taken) {
-        first = first == 0 ? sequence : first;
-        last = sequence;
         ++entries;
     }
     return taken;
@@ -164,7 +160,7 @@ void tryCopy(const Connection& from, const Connection& to, const char* select, c
         Statement rows{from, select};
         while (rows.step()) {
             Statement row{to, insert};
-            std::array<std::string, 4> texts;
+            std::array<std::string, 7> texts;
             for (int column = 0; column < columns; ++column) {
                 auto& text = texts.at(static_cast<std::size_t>(column));
                 text = rows.text(column);
@@ -231,12 +227,17 @@ bool fill(const Connection& to, const std::string& path, std::int64_t reserved, 
     }
     tryCopy(from, to, "SELECT dropped, last_clear FROM state",
             "UPDATE state SET dropped = CAST(?1 AS INTEGER), last_clear = nullif(?2, '')", 2);
-    tryCopy(from, to, "SELECT message_id, severity, device, recorded FROM totals",
-            "INSERT INTO totals SELECT ?1, CAST(?2 AS INTEGER), ?3, CAST(?4 AS INTEGER)", 4);
-    tryCopy(from, to, "SELECT cause, events FROM losses",
-            "INSERT INTO losses SELECT ?1, CAST(?2 AS INTEGER)", 2);
+    tryCopy(from, to,
+            "SELECT message_id, severity, device, recorded, dropped, last_dropped, last_dropped_at"
+            " FROM totals",
+            "INSERT INTO totals SELECT ?1, CAST(?2 AS INTEGER), ?3, CAST(?4 AS INTEGER),"
+            " CAST(?5 AS INTEGER), CAST(nullif(?6, '') AS INTEGER), nullif(?7, '')",
+            7);
+    tryCopy(from, to, "SELECT cause, events, acknowledged, last_at FROM losses",
+            "INSERT INTO losses SELECT ?1, CAST(?2 AS INTEGER), CAST(?3 AS INTEGER),"
+            " nullif(?4, '')",
+            4);
     salvage.entries = reader.entries;
-    salvage.skipped = std::max(reserved, reader.last) - reader.first + 1 - reader.entries;
     return true;
 }
 
@@ -292,9 +293,8 @@ void makeSalvaged(const std::string& made, const std::string& aside, std::int64_
                          " 'entries', max(?, coalesce((SELECT max(sequence) FROM entries), 0)))"};
     number.bind(1, reserved);
     number.step();
-    Statement skipped{to, "UPDATE state SET skipped = ?"};
-    skipped.bind(1, salvage.skipped);
-    skipped.step();
+    to.execute("UPDATE state SET gone = (SELECT seq FROM sqlite_sequence) -"
+               " (SELECT count(*) FROM entries)");
     transaction.commit();
 }
 

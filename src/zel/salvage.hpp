@@ -10,7 +10,6 @@ namespace tavrisk::zel {
 struct Salvage {
     std::string asideAt;      // where it lies now
     std::int64_t entries = 0; // taken over from it
-    std::int64_t skipped = 0; // numbers among and above them that no entry has any more
 };
 
 /**

@@ -12,7 +12,6 @@
 #include <filesystem>
 #include <fstream>
 #include <system_error>
-#include <utility>
 
 namespace tavrisk::zel {
 namespace {
@@ -97,11 +96,8 @@ Store::Store(const std::string& path, Condition condition)
       connection_{open(path, condition)},
       insert_{connection_, "INSERT INTO entries (time, message_id, severity, arguments,"
                            " boot_id, since_boot) VALUES (?, ?, ?, ?, ?, ?)"},
-      dataVersion_{connection_, "PRAGMA data_version"},
-      drop_{connection_, "DELETE FROM entries WHERE sequence IN"
-                         " (SELECT sequence FROM entries ORDER BY sequence LIMIT ?)"},
-      countDropped_{connection_, "UPDATE state SET dropped = dropped + ?"},
       totals_{connection_},
+      shares_{connection_, totals_},
       bootId_{bootId()} {
     countOn();
 }
@@ -143,10 +139,8 @@ void Store::countOn() {
     }
     highest.reset();
     Transaction transaction{connection_};
-    connection_.execute("UPDATE state SET skipped = CASE WHEN EXISTS (SELECT 1 FROM entries)"
-                        " THEN skipped ELSE 0 END");
-    Statement skip{connection_, "UPDATE state SET skipped = skipped + ?1 - (SELECT max(sequence)"
-                                " FROM entries) WHERE EXISTS (SELECT 1 FROM entries)"};
+    Statement skip{connection_, "UPDATE state SET gone = gone + ?1 - coalesce((SELECT max(seq)"
+                                " FROM sqlite_sequence), 0)"};
     skip.bind(1, numbers.reserved);
     skip.step();
     connection_.execute("DELETE FROM sqlite_sequence WHERE name = 'entries'");
@@ -160,10 +154,10 @@ void Store::append(std::span<const Entry> entries, std::int64_t maxEntries, cons
     Transaction transaction{connection_};
     const auto last = insert(entries);
     numbers_.reserve(last);
-    dropBeyond(maxEntries, entries.size());
+    shares_.keepTo(maxEntries, entries, last);
     addLosses(connection_, losses);
     transaction.commit();
-    keptVersion_ = dataVersion();
+    shares_.committed();
     numbers_.use(last);
     announce(connection_);
 }
@@ -186,41 +180,14 @@ std::int64_t Store::insert(std::span<const Entry> entries) {
     return last;
 }
 
-/** Another one whenever another process has written. */
-std::int64_t Store::dataVersion() {
-    dataVersion_.step();
-    const auto version = dataVersion_.integer(0);
-    dataVersion_.reset();
-    return version;
-}
-
-void Store::dropBeyond(std::int64_t maxEntries, std::size_t added) {
-    // Counted once, and again only when somebody else has written or a write has failed.
-    if (std::exchange(keptVersion_, -1) != dataVersion()) {
-        kept_ = connection_.queryInteger("SELECT count(*) FROM entries");
-    } else {
-        kept_ += static_cast<std::int64_t>(added);
-    }
-    if (kept_ <= maxEntries) {
-        return;
-    }
-    drop_.bind(1, kept_ - maxEntries);
-    drop_.step();
-    drop_.reset();
-    const auto dropped = sqlite3_changes64(connection_.get());
-    kept_ -= dropped;
-    countDropped_.bind(1, dropped);
-    countDropped_.step();
-    countDropped_.reset();
-}
-
 void Store::clear() {
     Transaction transaction{connection_};
     connection_.execute("DELETE FROM entries");
-    keptVersion_ = -1;
-    Statement note{connection_, "UPDATE state SET last_clear = ?"};
+    shares_.forget();
+    Statement note{connection_, "UPDATE state SET last_clear = ?, gone = gone + ?"};
     const text::UtcTime now{std::chrono::system_clock::now()};
     note.bind(1, now.text());
+    note.bind(2, sqlite3_changes64(connection_.get()));
     note.step();
     transaction.commit();
     announce(connection_);

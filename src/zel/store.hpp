@@ -3,6 +3,7 @@
 
 #include "zel/number_file.hpp"
 #include "zel/salvage.hpp"
+#include "zel/shares.hpp"
 #include "zel/sqlite.hpp"
 #include "zel/totals.hpp"
 
@@ -39,8 +40,8 @@ public:
     /** Whether the path no longer leads to the file that is open. */
     [[nodiscard]] bool hasMoved() const { return connection_.hasMoved(); }
 
-    /** Adds the entries in their order, and drops the oldest ones beyond `maxEntries`; adds to the
-     *  events that were lost. All is on the disk when this returns; nothing is when it raises. */
+    /** Adds the entries in their order, and drops what is beyond `maxEntries`; adds to the events
+     *  that were lost. All is on the disk when this returns; nothing is when it raises. */
     void append(std::span<const Entry> entries, std::int64_t maxEntries, const Losses& losses = {});
 
     /** Removes all entries; their sequence numbers are not used again. */
@@ -50,17 +51,14 @@ private:
     Connection open(const std::string& path, Condition condition);
     void countOn();
     std::int64_t insert(std::span<const Entry> entries);
-    std::int64_t dataVersion();
-    void dropBeyond(std::int64_t maxEntries, std::size_t added);
 
     NumberFile numbers_;
     std::optional<Salvage> salvage_;
     Connection connection_;
-    Statement insert_, dataVersion_, drop_, countDropped_;
+    Statement insert_;
     Totals totals_;
+    Shares shares_;
     std::string bootId_;
-    std::int64_t kept_ = 0;         // how many entries there are
-    std::int64_t keptVersion_ = -1; // of that count: another one when other processes write
 };
 
 } // namespace tavrisk::zel

@@ -1,26 +1,36 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zel/totals.hpp"
 
+#include "text/utc_time.hpp"
 #include "zel/store.hpp"
+
+#include <chrono>
 
 namespace tavrisk::zel {
 
 // Rows are never removed, so the highest rowid tells how many there are. Beyond a thousand, events
-// count in a row of their severity alone.
+// count in a row of their severity alone. ?4 is the number of a dropped entry, or 0; ?5 its time.
 Totals::Totals(const Connection& connection)
-    : device_{connection, "SELECT json_extract(?, '$[0]')"},
-      add_{connection, "UPDATE totals SET recorded = recorded + 1"
-                       " WHERE message_id = ? AND severity = ? AND device = ? RETURNING 1"},
-      insert_{connection, "INSERT INTO totals (message_id, severity, device, recorded)"
-                          " SELECT ?1, ?2, ?3, 1 WHERE ?1 = ''"
+    : device_{connection, "SELECT CASE WHEN json_valid(?1) THEN json_extract(?1, '$[0]') END"},
+      add_{connection,
+           "UPDATE totals SET recorded = recorded + (?4 = 0), dropped = dropped + (?4 <> 0),"
+           " last_dropped_at = iif(?4 > coalesce(last_dropped, 0), ?5, last_dropped_at),"
+           " last_dropped = iif(?4 > coalesce(last_dropped, 0), ?4, last_dropped)"
+           " WHERE message_id = ?1 AND severity = ?2 AND device = ?3 RETURNING 1"},
+      insert_{connection, "INSERT INTO totals SELECT ?1, ?2, ?3, ?4 = 0, ?4 <> 0, nullif(?4, 0),"
+                          " iif(?4, ?5, NULL) WHERE ?1 = ''"
                           " OR coalesce((SELECT max(rowid) FROM totals), 0) < 1000 RETURNING 1"} {}
 
-void Totals::count(const Entry& entry) {
+void Totals::count(const Entry& entry, std::int64_t dropped) {
     device_.bind(1, entry.arguments);
     device_.step();
     const auto device = device_.text(0);
     device_.reset();
     const std::int64_t severity = entry.severity == 1 || entry.severity == 2 ? entry.severity : 3;
+    for (auto* statement : {&add_, &insert_}) {
+        statement->bind(4, dropped);
+        statement->bind(5, entry.time);
+    }
     if (!addTo(entry.messageId, severity, device)) {
         addTo("", severity, "");
     }
@@ -42,10 +52,13 @@ bool Totals::addTo(std::string_view messageId, std::int64_t severity, std::strin
 
 void addLosses(const Connection& connection, const Losses& losses) {
     for (const auto& [cause, events] : losses) {
-        Statement add{connection, "INSERT INTO losses VALUES (?1, ?2) ON CONFLICT (cause)"
-                                  " DO UPDATE SET events = events + ?2"};
+        Statement add{connection, "INSERT INTO losses (cause, events, last_at) VALUES (?1, ?2, ?3)"
+                                  " ON CONFLICT (cause)"
+                                  " DO UPDATE SET events = events + ?2, last_at = ?3"};
+        const text::UtcTime now{std::chrono::system_clock::now()};
         add.bind(1, cause);
         add.bind(2, events);
+        add.bind(3, now.text());
         add.step();
     }
 }

@@ -14,14 +14,18 @@ struct Entry;
 /** Events that did not become entries, by cause. */
 using Losses = std::map<std::string, std::int64_t>;
 
-/** Counts entries by message, severity and device, over the whole life of a database. */
+/** Counts entries by message, severity and device, over the whole life of a database, and those
+ *  of them that were dropped. */
 class Totals {
 public:
     explicit Totals(const Connection& connection);
 
-    void count(const Entry& entry);
+    void count(const Entry& entry) { count(entry, 0); }
+    /** One that the cap has dropped, and its number. */
+    void countDropped(const Entry& entry, std::int64_t sequence) { count(entry, sequence); }
 
 private:
+    void count(const Entry& entry, std::int64_t dropped);
     bool addTo(std::string_view messageId, std::int64_t severity, std::string_view device);
 
     Statement device_, add_, insert_;

@@ -156,7 +156,7 @@ TEST_F(Mosslink, DropsTheOldestEntriesBeyondTheCapAndCountsThem) {
     database().execute(
         ("WITH RECURSIVE n(i) AS (SELECT 2 UNION ALL SELECT i + 1 FROM n WHERE i < " + cap +
          ") INSERT INTO entries (sequence, time, message_id, severity, arguments)"
-         " SELECT i, '', '', 1, '[]' FROM n")
+         " SELECT i, '', message_id, severity, arguments FROM n, entries")
             .c_str());
     submit("second");
     submit("third");
@@ -270,7 +270,8 @@ TEST_F(Mosslink, KeepsTotalsBoundedAndKnowsTheBoot) {
     std::getline(std::ifstream{"/proc/sys/kernel/random/boot_id"}, boot);
     EXPECT_EQ(boot + " 1", query("boot_id || ' ' || (since_boot > 1000 AND since_boot < 1e12)"));
     database().execute("WITH RECURSIVE n(i) AS (SELECT 2 UNION ALL SELECT i + 1 FROM n WHERE"
-                       " i < 1000) INSERT INTO totals SELECT 'HMC0002', 2, i, 1 FROM n");
+                       " i < 1000) INSERT INTO totals (message_id, severity, device, recorded)"
+                       " SELECT 'HMC0002', 2, i, 1 FROM n");
     submit("b");
     submit("c");
     EXPECT_EQ("1001 2", database().queryText("SELECT count(*) || ' ' || sum(recorded) FILTER"
