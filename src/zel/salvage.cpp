@@ -279,7 +279,8 @@ void makeSalvaged(const std::string& made, const std::string& aside, std::int64_
     Transaction transaction{to};
     bool filled = false;
     try {
-        filled = fill(to, aside, reserved, salvage);
+        // Opened as it is, an empty one would lose its log.
+        filled = fs::file_size(aside) != 0 && fill(to, aside, reserved, salvage);
     } catch (const SqliteError& error) {
         if (error.code() != SQLITE_NOTADB && error.code() != SQLITE_CORRUPT &&
             error.code() != SQLITE_ERROR) { // the last: it has no such table

@@ -19,6 +19,8 @@ namespace {
 // How long other processes may hold the database before a write is given up.
 constexpr std::chrono::seconds patience{10};
 
+constexpr std::uint32_t pagesToCheckpoint = 256;
+
 /** A directory that cannot be made shows when the database in it cannot. */
 void makeDirectory(const std::filesystem::path& directory) {
     std::error_code ignored;
@@ -39,7 +41,6 @@ Connection openForWriting(const std::string& path) {
     const auto version = checkedSchemaVersion(connection);
     connection.execute("PRAGMA journal_mode = WAL;"
                        "PRAGMA synchronous = FULL;" // a commit survives loss of power
-                       "PRAGMA wal_autocheckpoint = 256;"
                        "PRAGMA journal_size_limit = 1048576");
     if (version < schemaVersion) {
         bringUpToDate(connection);
@@ -68,6 +69,13 @@ void waitForLock(const Directory& directory) {
     });
 }
 
+/** SQLite takes an empty file for a new database, and removes the log that it has. */
+bool isEmptied(const std::string& path) {
+    std::error_code ignored;
+    return std::filesystem::file_size(path, ignored) == 0 &&
+           static_cast<std::int64_t>(std::filesystem::file_size(path + "-wal", ignored)) > 0;
+}
+
 std::string bootId() {
     std::string id;
     std::getline(std::ifstream{"/proc/sys/kernel/random/boot_id"}, id);
@@ -94,15 +102,26 @@ void announce(const Connection& connection) {
 Store::Store(const std::string& path, Condition condition)
     : numbers_{(makeDirectory(std::filesystem::path{path}.parent_path()), path + ".numbers")},
       connection_{open(path, condition)},
-      insert_{connection_, "INSERT INTO entries (time, message_id, severity, arguments,"
-                           " boot_id, since_boot) VALUES (?, ?, ?, ?, ?, ?)"},
+      insert_{connection_, "INSERT OR IGNORE INTO entries (time, message_id, severity, arguments,"
+                           " boot_id, since_boot, sequence)"
+                           " VALUES (?, ?, ?, ?, ?, ?, nullif(?, 0))"},
+      oldest_{connection_, "SELECT min(sequence) FROM entries"},
       totals_{connection_},
       shares_{connection_, totals_},
       bootId_{bootId()} {
     countOn();
+    oldest(); // with what is read first, SQLite makes the last of its files
+    guard_ = std::make_unique<Guard>(path);
+}
+
+Store::~Store() {
+    if (guard_) { // else the constructor has failed
+        guard_->growSharedMemory();
+    }
 }
 
 Connection Store::open(const std::string& path, Condition condition) {
+    condition = isEmptied(path) ? Condition::damaged : condition;
     const bool leftUnfinished = std::filesystem::exists(path + ".salvaged");
     try {
         if (condition == Condition::unknown && !leftUnfinished) {
@@ -150,9 +169,18 @@ void Store::countOn() {
     transaction.commit();
 }
 
-void Store::append(std::span<const Entry> entries, std::int64_t maxEntries, const Losses& losses) {
+Guard::State Store::look() {
+    guard_->growSharedMemory();
+    return guard_->look();
+}
+
+std::int64_t Store::append(std::span<const Entry> entries, std::int64_t maxEntries,
+                           const Losses& losses) {
     Transaction transaction{connection_};
-    const auto last = insert(entries);
+    std::int64_t last = 0;
+    for (const auto& entry : entries) {
+        last = insert(entry);
+    }
     numbers_.reserve(last);
     shares_.keepTo(maxEntries, entries, last);
     addLosses(connection_, losses);
@@ -160,24 +188,60 @@ void Store::append(std::span<const Entry> entries, std::int64_t maxEntries, cons
     shares_.committed();
     numbers_.use(last);
     announce(connection_);
+    return last;
 }
 
-/** Returns the number of the last one. */
-std::int64_t Store::insert(std::span<const Entry> entries) {
-    std::int64_t last = 0;
-    for (const auto& entry : entries) {
-        insert_.bind(1, entry.time);
-        insert_.bind(2, entry.messageId);
-        insert_.bind(3, std::int64_t{entry.severity});
-        insert_.bind(4, entry.arguments);
-        insert_.bind(5, bootId_);
-        insert_.bind(6, entry.sinceBoot);
-        insert_.step();
-        last = sqlite3_last_insert_rowid(connection_.get()); // before that of a total
-        insert_.reset();
-        totals_.count(entry);
+/** Returns its number; 0 when there is one with that already. */
+std::int64_t Store::insert(const Entry& entry) {
+    insert_.bind(1, entry.time);
+    insert_.bind(2, entry.messageId);
+    insert_.bind(3, std::int64_t{entry.severity});
+    insert_.bind(4, entry.arguments);
+    insert_.bind(5, bootId_);
+    insert_.bind(6, entry.sinceBoot);
+    insert_.bind(7, entry.sequence);
+    insert_.step();
+    insert_.reset();
+    if (sqlite3_changes64(connection_.get()) == 0) {
+        return 0;
     }
-    return last;
+    const auto sequence = sqlite3_last_insert_rowid(connection_.get()); // before that of a total
+    totals_.count(entry);
+    return sequence;
+}
+
+std::int64_t Store::restore(std::span<const Entry> entries, std::int64_t maxEntries) {
+    Transaction transaction{connection_};
+    std::int64_t restored = 0;
+    for (const auto& entry : entries) {
+        restored += insert(entry) != 0 ? 1 : 0;
+    }
+    if (restored != 0) {
+        connection_.execute("UPDATE state SET gone = (SELECT max(seq) FROM sqlite_sequence) -"
+                            " (SELECT count(*) FROM entries)");
+        shares_.forget();
+        shares_.keepTo(maxEntries, {}, 0);
+        transaction.commit();
+        announce(connection_);
+    }
+    return restored;
+}
+
+std::int64_t Store::oldest() {
+    oldest_.step();
+    const auto sequence = oldest_.integer(0);
+    oldest_.reset();
+    return sequence;
+}
+
+bool Store::checkpoint() {
+    if (guard_->pagesInLog() < pagesToCheckpoint) {
+        return false;
+    }
+    // Where others keep it from being done, there is a next time.
+    sqlite3_wal_checkpoint_v2(connection_.get(), "main", SQLITE_CHECKPOINT_PASSIVE, nullptr,
+                              nullptr);
+    return true;
 }
 
 void Store::clear() {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "zel/guard.hpp"
 #include "zel/number_file.hpp"
 #include "zel/salvage.hpp"
 #include "zel/shares.hpp"
@@ -8,6 +9,7 @@
 #include "zel/totals.hpp"
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -20,6 +22,7 @@ struct Entry {
     std::uint16_t severity;
     std::string arguments;      // a JSON array of strings
     std::int64_t sinceBoot = 0; // milliseconds
+    std::int64_t sequence = 0;  // 0: it has none yet
 };
 
 /** A database opened for writing, by one thread at a time; other processes may have it open too.
@@ -33,16 +36,38 @@ public:
      *  database that is damaged, or known to be, is replaced. Raises Refused, SqliteError or
      *  std::system_error. */
     explicit Store(const std::string& path, Condition condition = Condition::unknown);
+    ~Store();
+    Store(const Store&) = delete;
+    Store& operator=(const Store&) = delete;
 
     /** What opening has had to replace. */
     [[nodiscard]] const std::optional<Salvage>& salvage() const { return salvage_; }
 
-    /** Whether the path no longer leads to the file that is open. */
-    [[nodiscard]] bool hasMoved() const { return connection_.hasMoved(); }
+    /** What has become of its files. To be asked before and after each change. */
+    Guard::State look();
+
+    /** Gives copies of what is open here the names that were removed. Raises std::system_error. */
+    void putBack() const { guard_->putBack(); }
 
     /** Adds the entries in their order, and drops what is beyond `maxEntries`; adds to the events
-     *  that were lost. All is on the disk when this returns; nothing is when it raises. */
-    void append(std::span<const Entry> entries, std::int64_t maxEntries, const Losses& losses = {});
+     *  that were lost. All is on the disk when this returns; nothing is when it raises. Returns the
+     *  number of the last one. */
+    std::int64_t append(std::span<const Entry> entries, std::int64_t maxEntries,
+                        const Losses& losses = {});
+
+    /** Adds those of these entries again, under their numbers, that are not there any more, and
+     *  returns how many these were. */
+    std::int64_t restore(std::span<const Entry> entries, std::int64_t maxEntries);
+
+    /** The number of the oldest entry; 0 without any. */
+    std::int64_t oldest();
+
+    /** After a look that found all sound: takes the write-ahead log's pages into the database when
+     *  there are enough of them. False when there are not. */
+    bool checkpoint();
+
+    /** As of the last look: whether the database's own file has all entries. */
+    [[nodiscard]] bool isCheckpointed() const { return guard_->isCheckpointed(); }
 
     /** Removes all entries; their sequence numbers are not used again. */
     void clear();
@@ -50,12 +75,13 @@ public:
 private:
     Connection open(const std::string& path, Condition condition);
     void countOn();
-    std::int64_t insert(std::span<const Entry> entries);
+    std::int64_t insert(const Entry& entry);
 
     NumberFile numbers_;
     std::optional<Salvage> salvage_;
+    std::unique_ptr<Guard> guard_; // made after the connection, and gone after it
     Connection connection_;
-    Statement insert_;
+    Statement insert_, oldest_;
     Totals totals_;
     Shares shares_;
     std::string bootId_;

@@ -2,26 +2,19 @@
 #include "contract/platform/kelp.h"
 #include "contract/platform/mosslink.h"
 #include "contract/platform/whelk.h"
-#include "daemon/events/submission.hpp"
-#include "platform/config.hpp"
 #include "platform/kelp/kelp_errors.h"
 #include "platform/mosslink/mosslink_errors.h"
-#include "tests/world.hpp"
-#include "zel/sqlite.hpp"
+#include "tests/platform/zel_log.hpp"
 
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <csignal>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <random>
 
@@ -50,29 +43,7 @@ int flock(int file, int operation) {
 
 namespace {
 
-const std::string zelPath = tavrisk::platform::zelPath;
 const std::string debugLogPath = tavrisk::platform::debugLogPath;
-
-/** Empties the directory of a compiled-in path. Only in the private root of scripts/world: on a
- *  real system that would be the system's own log. */
-void emptyDirectoryOf(const std::filesystem::path& file) {
-    if (std::filesystem::exists("/var/lib/dpkg")) {
-        std::abort();
-    }
-    std::filesystem::remove_all(file.parent_path());
-    std::filesystem::create_directories(file.parent_path());
-}
-
-int statusOfChild(void (*body)()) {
-    if (fork() == 0) {
-        alarm(10); // ends a child that hangs
-        body();
-        _exit(0);
-    }
-    int status = -1;
-    wait(&status);
-    return status;
-}
 
 TEST(Kelp, TakesTheDaemonsBlockAndRefusesEveryOther) {
     // A 32-bit word (of the client below 4, else of the block), its value, and the client's name.
@@ -94,23 +65,12 @@ TEST(Kelp, TakesTheDaemonsBlockAndRefusesEveryOther) {
     }
 }
 
-int submit(const std::string& argument) {
-    return tavrisk_raise_event("HMC0002", "", {argument}, 2);
-}
-
-tavrisk::zel::Connection database() {
-    return {zelPath, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE};
-}
-
 std::string query(const std::string& columns) {
     return database().queryText(
         ("SELECT " + columns + " FROM entries ORDER BY sequence DESC").c_str());
 }
 
-class Mosslink : public testing::Test {
-protected:
-    Mosslink() { emptyDirectoryOf(zelPath); }
-};
+class Mosslink : public MosslinkTest {};
 
 TEST_F(Mosslink, AnAcceptedEntrySurvivesTheProcess) {
     EXPECT_EQ(SIGKILL, statusOfChild([] { submit("a") == 0 ? std::raise(SIGKILL) : 0; }));

@@ -61,12 +61,6 @@ const char* causeOf(MOSSLINKError code) {
     }
 }
 
-/** Whether a database may be to blame that other tables, or other pages, have come into. */
-bool mayBeDamage(const SqliteError& error) {
-    return error.code() == SQLITE_CORRUPT || error.code() == SQLITE_NOTADB ||
-           error.code() == SQLITE_ERROR;
-}
-
 std::int64_t millisecondsSinceBoot() {
     timespec now{};
     clock_gettime(CLOCK_BOOTTIME, &now);
@@ -91,6 +85,10 @@ MOSSLINKError codeForCurrentException() {
 }
 
 } // namespace
+
+EventLog::EventLog()
+    : writer_{platform::zelPath, platform::zelMaxEntries,
+              [](const std::string& sentence) { notice("%s", sentence.c_str()); }} {}
 
 EventLog& EventLog::instance() {
     static auto* const log = new EventLog;
@@ -125,44 +123,17 @@ MOSSLINKError EventLog::submit(Entry entry) {
 }
 
 MOSSLINKError EventLog::write(const Batch& batch) noexcept {
-    using enum Store::Condition;
-    // What is damaged shows when it is opened, or else when it cannot be written.
-    for (const auto condition : {unknown, unknown, damaged}) {
-        try {
-            append(batch, condition);
-            return MOSSLINK_OK;
-        } catch (const SqliteError& error) {
-            // The next batch begins anew: whatever was wrong may have been put right.
-            store_.reset();
-            if (condition == damaged || !mayBeDamage(error)) {
-                return failed(batch, codeForCurrentException());
-            }
-        } catch (...) {
-            store_.reset();
-            return failed(batch, codeForCurrentException());
-        }
+    try {
+        writer_.append(batch.entries);
+        return MOSSLINK_OK;
+    } catch (...) {
+        return failed(batch, codeForCurrentException());
     }
-    return MOSSLINK_INTERNAL;
-}
-
-void EventLog::append(const Batch& batch, Store::Condition condition) {
-    if (store_ && store_->hasMoved()) {
-        store_.reset();
-    }
-    if (!store_) {
-        store_.emplace(platform::zelPath, condition);
-        if (const auto& salvage = store_->salvage()) {
-            notice("The event log was damaged. It is now %s; entries taken over: %jd",
-                   salvage->asideAt.c_str(), std::intmax_t{salvage->entries});
-        }
-    }
-    store_->append(batch.entries, platform::zelMaxEntries, losses_);
-    losses_.clear();
 }
 
 MOSSLINKError EventLog::failed(const Batch& batch, MOSSLINKError code) noexcept {
     try {
-        losses_[causeOf(code)] += static_cast<std::int64_t>(batch.entries.size());
+        writer_.lose(causeOf(code), static_cast<std::int64_t>(batch.entries.size()));
     } catch (const std::bad_alloc&) { // then this one is not counted
     }
     return code;

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "platform/mosslink/mosslink_errors.h"
-#include "zel/store.hpp"
+#include "zel/writer.hpp"
 
 #include <condition_variable>
 #include <memory>
@@ -28,6 +28,8 @@ public:
     MOSSLINKError submit(Entry entry);
 
 private:
+    EventLog();
+
     struct Batch {
         std::vector<Entry> entries;
         std::optional<MOSSLINKError> result;
@@ -35,7 +37,6 @@ private:
     };
 
     MOSSLINKError write(const Batch& batch) noexcept;
-    void append(const Batch& batch, Store::Condition condition);
     MOSSLINKError failed(const Batch& batch, MOSSLINKError code) noexcept;
 
     std::mutex mutex_;
@@ -43,9 +44,7 @@ private:
     bool writing_ = false;
     std::condition_variable writerIsFree_;
 
-    // The writer's, without the mutex.
-    std::optional<Store> store_;
-    Losses losses_; // that the database does not know of yet
+    Writer writer_; // of who is writing, without the mutex
 };
 
 } // namespace tavrisk::zel
