@@ -17,7 +17,8 @@ namespace {
 /** The beginning of the `-shm` file, as SQLite documents it: twice the same header, then how many
  *  pages of the write-ahead log have come into the database. */
 struct IndexHeader {
-    std::uint32_t version, unused, change;
+    std::uint32_t version; // of the format
+    std::uint32_t unused, change;
     std::uint8_t isInitialised, bigEndianChecksums;
     std::uint16_t pageSize;
     std::uint32_t pagesInLog, pagesOfDatabase;
@@ -30,6 +31,7 @@ struct Index {
     std::uint32_t checkpointed;
 };
 static_assert(sizeof(IndexHeader) == 48);
+constexpr std::uint32_t indexVersion = 3'007'000;
 
 constexpr off_t logHeaderSize = 32;
 constexpr off_t frameHeaderSize = 24;
@@ -130,8 +132,10 @@ Guard::Guard(const std::string& path)
 
 void Guard::growSharedMemory() {
     const auto size = index_.status().st_size;
-    if (size < sharedMemory_) {
-        static_cast<void>(ftruncate(index_.descriptor(), sharedMemory_));
+    if (size < sharedMemory_ && ftruncate(index_.descriptor(), sharedMemory_) == 0) {
+        // What is left of it must not be believed: without a header, SQLite makes it anew.
+        constexpr std::array<char, sizeof(Index)> nothing{};
+        static_cast<void>(pwrite(index_.descriptor(), nothing.data(), nothing.size(), 0));
     }
     sharedMemory_ = std::max(sharedMemory_, size);
 }
@@ -195,7 +199,8 @@ Guard::State Guard::lookAtLog() {
             return State::sound;
         }
         if (index.header == before.header && index.copy == before.copy) {
-            return index.header == index.copy ? State::damaged : State::doubtful;
+            const bool isIndex = index.header == index.copy && index.header.version == indexVersion;
+            return isIndex ? State::damaged : State::doubtful;
         }
     }
     return State::doubtful;

@@ -20,6 +20,7 @@ public:
 
     /** The primary result code, such as SQLITE_BUSY. */
     [[nodiscard]] int code() const noexcept { return code_ & 0xff; }
+    [[nodiscard]] int extendedCode() const noexcept { return code_; }
     [[nodiscard]] const char* what() const noexcept override { return message_.c_str(); }
 
 private:

@@ -6,6 +6,7 @@
 #include "platform/mosslink/mosslink_errors.h"
 #include "tests/platform/zel_log.hpp"
 
+#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -21,6 +22,7 @@
 namespace {
 
 std::atomic<int> syncs{0};
+std::atomic<bool> noSharedMaps{false};
 void (*beforeLock)() = nullptr;
 
 } // namespace
@@ -31,6 +33,15 @@ extern "C" {
 int fdatasync(int file) { // NOLINT(*-inconsistent-declaration-parameter-name)
     ++syncs;
     return static_cast<int>(syscall(SYS_fdatasync, file));
+}
+
+// NOLINTNEXTLINE(*-inconsistent-declaration-parameter-name)
+void* mmap64(void* at, std::size_t size, int access, int flags, int file, off_t offset) {
+    if (noSharedMaps && (flags & MAP_SHARED) != 0) {
+        errno = ENODEV;
+        return MAP_FAILED;
+    }
+    return reinterpret_cast<void*>(syscall(SYS_mmap, at, size, access, flags, file, offset));
 }
 
 int flock(int file, int operation) {
@@ -190,6 +201,13 @@ TEST_F(Mosslink, TellsEveryoneOfABatchThatItWasRefused) {
         holder.execute("COMMIT");
     }
     EXPECT_EQ(30, refused);
+}
+
+TEST_F(Mosslink, SaysThatItsFileSystemHasNoSharedMaps) {
+    noSharedMaps = true;
+    const int result = submit("lost");
+    noSharedMaps = false;
+    EXPECT_EQ(MOSSLINK_NO_SHARED_MAPS, result);
 }
 
 TEST_F(Mosslink, SaysThatTheDiskIsFullUntilItIsNot) {

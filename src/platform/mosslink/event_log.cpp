@@ -33,7 +33,8 @@ MOSSLINKError codeFor(const SqliteError& error) {
     case SQLITE_NOTADB:
         return MOSSLINK_DATABASE_DAMAGED;
     case SQLITE_IOERR:
-        return MOSSLINK_STORAGE_FAILED;
+        return error.extendedCode() == SQLITE_IOERR_SHMMAP ? MOSSLINK_NO_SHARED_MAPS
+                                                           : MOSSLINK_STORAGE_FAILED;
     default:
         return MOSSLINK_INTERNAL;
     }
@@ -56,6 +57,8 @@ const char* causeOf(MOSSLINKError code) {
         return "newer";
     case MOSSLINK_STORAGE_FAILED:
         return "storage";
+    case MOSSLINK_NO_SHARED_MAPS:
+        return "no shared maps";
     default:
         return "other";
     }

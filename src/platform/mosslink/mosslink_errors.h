@@ -15,5 +15,6 @@ enum MOSSLINKError {
     MOSSLINK_STORAGE_FAILED = 7,   /* the file system refused a read or a write */
     MOSSLINK_DATABASE_DAMAGED = 8, /* and could not be replaced */
     MOSSLINK_DATABASE_NEWER = 9,   /* written by a later version; left as it is */
-    MOSSLINK_INTERNAL = 10
+    MOSSLINK_INTERNAL = 10,
+    MOSSLINK_NO_SHARED_MAPS = 11 /* the file system lets no file be mapped for several processes */
 };
