@@ -35,6 +35,8 @@ constexpr std::array schemaSteps{
     "ALTER TABLE state ADD COLUMN gone INTEGER NOT NULL DEFAULT 0;"
     "UPDATE state SET gone = coalesce((SELECT max(seq) FROM sqlite_sequence), 0) -"
     " (SELECT count(*) FROM entries);"
+    // Of the spill file: the last piece that was taken in.
+    "ALTER TABLE state ADD COLUMN spill INTEGER NOT NULL DEFAULT 0;"
     // What was recorded since the database was made or came to this layout, and of it dropped. Rows
     // are never removed, so the highest rowid is their number; what there is no room for counts in
     // the row of its severity without message and device.
@@ -82,11 +84,12 @@ std::int64_t checkedSchemaVersion(const Connection& connection) {
             Statement{connection, "SELECT dropped, last_clear FROM state"};
         }
         if (version >= 3) {
-            Statement{connection,
-                      "SELECT boot_id, since_boot, salvaged, acknowledged_by, acknowledged_at,"
-                      " acknowledgement_note, gone, recorded, device, last_dropped_at, cause,"
-                      " acknowledged, last_at"
-                      " FROM entries, state, totals, losses"};
+            Statement{
+                connection,
+                "SELECT boot_id, since_boot, salvaged, acknowledged_by, acknowledged_at,"
+                " acknowledgement_note, gone, spill, recorded, device, last_dropped_at, cause,"
+                " acknowledged, last_at"
+                " FROM entries, state, totals, losses"};
         }
         return version;
     } catch (const SqliteError& error) {

@@ -227,6 +227,7 @@ bool fill(const Connection& to, const std::string& path, std::int64_t reserved, 
     }
     tryCopy(from, to, "SELECT dropped, last_clear FROM state",
             "UPDATE state SET dropped = CAST(?1 AS INTEGER), last_clear = nullif(?2, '')", 2);
+    tryCopy(from, to, "SELECT spill FROM state", "UPDATE state SET spill = CAST(?1 AS INTEGER)", 1);
     tryCopy(from, to,
             "SELECT message_id, severity, device, recorded, dropped, last_dropped, last_dropped_at"
             " FROM totals",

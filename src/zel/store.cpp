@@ -16,10 +16,8 @@
 namespace tavrisk::zel {
 namespace {
 
-// How long other processes may hold the database before a write is given up.
-constexpr std::chrono::seconds patience{10};
-
 constexpr std::uint32_t pagesToCheckpoint = 256;
+constexpr std::uint32_t mostPagesInLog = 4072; // 16 MiB
 
 /** A directory that cannot be made shows when the database in it cannot. */
 void makeDirectory(const std::filesystem::path& directory) {
@@ -29,10 +27,9 @@ void makeDirectory(const std::filesystem::path& directory) {
     }
 }
 
-Connection openForWriting(const std::string& path) {
+Connection openForWriting(const std::string& path, Store::Patience patience) {
     Connection connection{path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX};
-    sqlite3_busy_timeout(connection.get(),
-                         static_cast<int>(std::chrono::milliseconds{patience}.count()));
+    sqlite3_busy_timeout(connection.get(), static_cast<int>(patience.count()));
     // Closing must neither touch a database that was refused nor remove, by name, the write-ahead
     // log of the one that has taken this one's place. And readers without the right to make the
     // log's files need them to stay.
@@ -49,20 +46,20 @@ Connection openForWriting(const std::string& path) {
 }
 
 template <typename Body>
-auto patiently(Body body) {
+auto patiently(Store::Patience patience, Body body) {
     return retryUntil(
         std::chrono::steady_clock::now() + patience, std::chrono::milliseconds{5},
         [](const SqliteError& error) { return error.code() == SQLITE_BUSY; }, body);
 }
 
 /** SQLite does not wait by itself while another process turns a new database into a WAL one. */
-Connection openPatiently(const std::string& path) {
-    return patiently([&path] { return openForWriting(path); });
+Connection openPatiently(const std::string& path, Store::Patience patience) {
+    return patiently(patience, [&] { return openForWriting(path, patience); });
 }
 
 /** One process at a time replaces a database; the others find the new one in its place. */
-void waitForLock(const Directory& directory) {
-    patiently([&directory] {
+void waitForLock(const Directory& directory, Store::Patience patience) {
+    patiently(patience, [&directory] {
         if (!directory.tryLock()) {
             throw SqliteError{SQLITE_BUSY, "being replaced"};
         }
@@ -74,12 +71,6 @@ bool isEmptied(const std::string& path) {
     std::error_code ignored;
     return std::filesystem::file_size(path, ignored) == 0 &&
            static_cast<std::int64_t>(std::filesystem::file_size(path + "-wal", ignored)) > 0;
-}
-
-std::string bootId() {
-    std::string id;
-    std::getline(std::ifstream{"/proc/sys/kernel/random/boot_id"}, id);
-    return id;
 }
 
 bool isDamaged(const Refused& refused) {
@@ -99,9 +90,15 @@ void announce(const Connection& connection) {
 
 } // namespace
 
-Store::Store(const std::string& path, Condition condition)
+std::string bootId() {
+    std::string id;
+    std::getline(std::ifstream{"/proc/sys/kernel/random/boot_id"}, id);
+    return id;
+}
+
+Store::Store(const std::string& path, Condition condition, Patience patience)
     : numbers_{(makeDirectory(std::filesystem::path{path}.parent_path()), path + ".numbers")},
-      connection_{open(path, condition)},
+      connection_{open(path, condition, patience)},
       insert_{connection_, "INSERT OR IGNORE INTO entries (time, message_id, severity, arguments,"
                            " boot_id, since_boot, sequence)"
                            " VALUES (?, ?, ?, ?, ?, ?, nullif(?, 0))"},
@@ -120,12 +117,12 @@ Store::~Store() {
     }
 }
 
-Connection Store::open(const std::string& path, Condition condition) {
+Connection Store::open(const std::string& path, Condition condition, Patience patience) {
     condition = isEmptied(path) ? Condition::damaged : condition;
     const bool leftUnfinished = std::filesystem::exists(path + ".salvaged");
     try {
         if (condition == Condition::unknown && !leftUnfinished) {
-            return openPatiently(path);
+            return openPatiently(path, patience);
         }
     } catch (const Refused& refused) {
         if (!isDamaged(refused)) {
@@ -133,11 +130,11 @@ Connection Store::open(const std::string& path, Condition condition) {
         }
     }
     const Directory directory{std::filesystem::path{path}.parent_path()};
-    waitForLock(directory);
+    waitForLock(directory, patience);
     finishReplacing(path);
     try {
         if (condition == Condition::unknown) {
-            return openPatiently(path);
+            return openPatiently(path, patience);
         }
     } catch (const Refused& refused) {
         if (!isDamaged(refused)) {
@@ -145,7 +142,7 @@ Connection Store::open(const std::string& path, Condition condition) {
         }
     }
     salvage_ = replaceDamaged(path, numbers_.read().reserved);
-    return openPatiently(path);
+    return openPatiently(path, patience);
 }
 
 /** A database that does not know of numbers that were given out goes on above them. */
@@ -174,21 +171,40 @@ Guard::State Store::look() {
     return guard_->look();
 }
 
-std::int64_t Store::append(std::span<const Entry> entries, std::int64_t maxEntries,
-                           const Losses& losses) {
+std::vector<std::int64_t> Store::append(std::span<const Entry> entries, std::int64_t maxEntries,
+                                        const Losses& losses, std::int64_t spillMark) {
     Transaction transaction{connection_};
+    std::vector<std::int64_t> numbers;
+    bool restored = false;
     std::int64_t last = 0;
     for (const auto& entry : entries) {
-        last = insert(entry);
+        numbers.push_back(insert(entry));
+        restored = restored || entry.sequence != 0;
+        last = entry.sequence == 0 ? numbers.back() : last;
     }
     numbers_.reserve(last);
+    if (restored) {
+        countRestored();
+    }
     shares_.keepTo(maxEntries, entries, last);
     addLosses(connection_, losses);
+    if (spillMark != 0) {
+        connection_.execute(("UPDATE state SET spill = " + std::to_string(spillMark)).c_str());
+    }
     transaction.commit();
     shares_.committed();
-    numbers_.use(last);
+    if (last != 0) {
+        numbers_.use(last);
+    }
     announce(connection_);
-    return last;
+    return numbers;
+}
+
+/** Entries with earlier numbers than the last have come in. */
+void Store::countRestored() {
+    connection_.execute("UPDATE state SET gone = (SELECT max(seq) FROM sqlite_sequence) -"
+                        " (SELECT count(*) FROM entries)");
+    shares_.forget();
 }
 
 /** Returns its number; 0 when there is one with that already. */
@@ -197,7 +213,7 @@ std::int64_t Store::insert(const Entry& entry) {
     insert_.bind(2, entry.messageId);
     insert_.bind(3, std::int64_t{entry.severity});
     insert_.bind(4, entry.arguments);
-    insert_.bind(5, bootId_);
+    insert_.bind(5, entry.bootId.empty() ? bootId_ : entry.bootId);
     insert_.bind(6, entry.sinceBoot);
     insert_.bind(7, entry.sequence);
     insert_.step();
@@ -210,21 +226,8 @@ std::int64_t Store::insert(const Entry& entry) {
     return sequence;
 }
 
-std::int64_t Store::restore(std::span<const Entry> entries, std::int64_t maxEntries) {
-    Transaction transaction{connection_};
-    std::int64_t restored = 0;
-    for (const auto& entry : entries) {
-        restored += insert(entry) != 0 ? 1 : 0;
-    }
-    if (restored != 0) {
-        connection_.execute("UPDATE state SET gone = (SELECT max(seq) FROM sqlite_sequence) -"
-                            " (SELECT count(*) FROM entries)");
-        shares_.forget();
-        shares_.keepTo(maxEntries, {}, 0);
-        transaction.commit();
-        announce(connection_);
-    }
-    return restored;
+std::int64_t Store::spillMark() const {
+    return connection_.queryInteger("SELECT spill FROM state");
 }
 
 std::int64_t Store::oldest() {
@@ -242,6 +245,15 @@ bool Store::checkpoint() {
     sqlite3_wal_checkpoint_v2(connection_.get(), "main", SQLITE_CHECKPOINT_PASSIVE, nullptr,
                               nullptr);
     return true;
+}
+
+bool Store::isLogTooLong() const {
+    if (guard_->pagesInLog() < mostPagesInLog) {
+        return false;
+    }
+    setPatience(std::chrono::milliseconds{0});
+    return sqlite3_wal_checkpoint_v2(connection_.get(), "main", SQLITE_CHECKPOINT_RESTART, nullptr,
+                                     nullptr) != SQLITE_OK;
 }
 
 void Store::clear() {

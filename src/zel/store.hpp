@@ -8,11 +8,13 @@
 #include "zel/sqlite.hpp"
 #include "zel/totals.hpp"
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace tavrisk::zel {
 
@@ -23,7 +25,11 @@ struct Entry {
     std::string arguments;      // a JSON array of strings
     std::int64_t sinceBoot = 0; // milliseconds
     std::int64_t sequence = 0;  // 0: it has none yet
+    std::string bootId{};       // empty: the present one
 };
+
+/** The present one. */
+std::string bootId();
 
 /** A database opened for writing, by one thread at a time; other processes may have it open too.
  *  After each change, the write-ahead log in the database's directory is opened and closed once
@@ -31,11 +37,13 @@ struct Entry {
 class Store {
 public:
     enum class Condition { unknown, damaged };
+    using Patience = std::chrono::milliseconds;
 
     /** Makes what is missing, up to the directories, and brings an older layout up to date. A
-     *  database that is damaged, or known to be, is replaced. Raises Refused, SqliteError or
-     *  std::system_error. */
-    explicit Store(const std::string& path, Condition condition = Condition::unknown);
+     *  database that is damaged, or known to be, is replaced. Waits for other processes as long as
+     *  `patience`, and so do all changes. Raises Refused, SqliteError or std::system_error. */
+    explicit Store(const std::string& path, Condition condition = Condition::unknown,
+                   Patience patience = std::chrono::seconds{2});
     ~Store();
     Store(const Store&) = delete;
     Store& operator=(const Store&) = delete;
@@ -50,14 +58,19 @@ public:
     void putBack() const { guard_->putBack(); }
 
     /** Adds the entries in their order, and drops what is beyond `maxEntries`; adds to the events
-     *  that were lost. All is on the disk when this returns; nothing is when it raises. Returns the
-     *  number of the last one. */
-    std::int64_t append(std::span<const Entry> entries, std::int64_t maxEntries,
-                        const Losses& losses = {});
+     *  that were lost. Of entries with a number, those are added that are not there any more.
+     *  `spillMark` is remembered, unless it is 0. All is on the disk when this returns; nothing is
+     *  when it raises. Returns the numbers, 0 of what was there already. */
+    std::vector<std::int64_t> append(std::span<const Entry> entries, std::int64_t maxEntries,
+                                     const Losses& losses = {}, std::int64_t spillMark = 0);
 
-    /** Adds those of these entries again, under their numbers, that are not there any more, and
-     *  returns how many these were. */
-    std::int64_t restore(std::span<const Entry> entries, std::int64_t maxEntries);
+    /** How far the spill was taken in. */
+    [[nodiscard]] std::int64_t spillMark() const;
+
+    /** How long changes wait for other processes from now on. */
+    void setPatience(Patience patience) const {
+        sqlite3_busy_timeout(connection_.get(), static_cast<int>(patience.count()));
+    }
 
     /** The number of the oldest entry; 0 without any. */
     std::int64_t oldest();
@@ -66,6 +79,10 @@ public:
      *  there are enough of them. False when there are not. */
     bool checkpoint();
 
+    /** As of the last look: whether a reader that stays has made the write-ahead log longer than it
+     *  may become, and it cannot be begun anew. */
+    [[nodiscard]] bool isLogTooLong() const;
+
     /** As of the last look: whether the database's own file has all entries. */
     [[nodiscard]] bool isCheckpointed() const { return guard_->isCheckpointed(); }
 
@@ -73,9 +90,10 @@ public:
     void clear();
 
 private:
-    Connection open(const std::string& path, Condition condition);
+    Connection open(const std::string& path, Condition condition, Patience patience);
     void countOn();
     std::int64_t insert(const Entry& entry);
+    void countRestored();
 
     NumberFile numbers_;
     std::optional<Salvage> salvage_;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "zel/spill.hpp"
 #include "zel/store.hpp"
 
 #include <cstdint>
@@ -24,23 +25,30 @@ public:
     using Tell = std::function<void(const std::string&)>;
 
     Writer(std::string path, std::int64_t maxEntries, Tell tell)
-        : path_{std::move(path)}, maxEntries_{maxEntries}, tell_{std::move(tell)} {}
+        : path_{std::move(path)}, maxEntries_{maxEntries}, tell_{std::move(tell)}, spill_{path_} {}
 
     /** Returns when the entries are on the disk. Raises SqliteError, Refused and std::system_error
      *  when they are not. */
     void append(std::span<const Entry> entries);
 
+    /** Has entries that could not be appended, for that cause, wait on the disk until others can
+     * be. False when there is no room for them either. */
+    bool keepWaiting(std::span<const Entry> entries, const std::string& cause);
+
     /** Events that did not become entries; told to the database as soon as it takes some. */
-    void lose(const std::string& cause, std::int64_t events) { losses_[cause] += events; }
+    void lose(const std::string& cause, std::int64_t events);
 
 private:
     template <typename Body>
     void retry(Body body);
     void prepare(Store::Condition condition);
+    [[nodiscard]] Store::Patience patience() const;
     void settle(Guard::State state);
     void open(Store::Condition condition);
-    void remember(std::span<const Entry> entries, std::int64_t last);
-    bool isKept();
+    bool takeWaiting();
+    void add(std::span<const Entry> entries, const Losses& losses, std::int64_t spillMark = 0);
+    Guard::State lookAndCheckpoint();
+    bool isKept(std::size_t added);
 
     std::string path_;
     std::int64_t maxEntries_;
@@ -48,7 +56,10 @@ private:
     std::optional<Store> store_;
     bool seemsDamaged_ = false; // what is to be opened next
     std::vector<Entry> recent_; // that the database's own file may not have yet
-    Losses losses_;             // that the database does not know of yet
+    Losses losses_;             // that neither the database nor the spill knows of yet
+    Spill spill_;
+    std::int64_t spillMark_ = 0; // of the last piece of it that was taken in
+    bool isWaiting_ = false;     // something in it, which was told
 };
 
 } // namespace tavrisk::zel

@@ -6,11 +6,16 @@
 #include "tests/world.hpp"
 #include "zel/sqlite.hpp"
 
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <set>
 #include <string>
 
 inline const std::string zelPath = tavrisk::platform::zelPath;
@@ -43,6 +48,80 @@ int statusOfChild(Body body) {
     int status = -1;
     wait(&status);
     return status;
+}
+
+/** A process of four threads that submit to the event log without a pause, until it is killed. */
+class Flood {
+public:
+    Flood() {
+        std::filesystem::remove(acceptedPath);
+        pid_ = fork();
+        if (pid_ == 0) {
+            const int accepted =
+                open(acceptedPath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+            std::vector<std::jthread> threads(4);
+            for (auto& thread : threads) {
+                thread = std::jthread{submitForEver, accepted};
+            }
+        }
+    }
+    ~Flood() { EXPECT_EQ(SIGKILL, kill()); }
+    Flood(const Flood&) = delete;
+    Flood& operator=(const Flood&) = delete;
+
+    static Lines accepted() {
+        std::ifstream file{acceptedPath};
+        return {std::istream_iterator<std::string>{file}, {}};
+    }
+    static void waitForMore(std::size_t count) {
+        count += accepted().size();
+        EXPECT_TRUE(eventually([count] { return accepted().size() >= count; }));
+    }
+    /** The signal that has ended it. */
+    int kill() {
+        int status = ended_;
+        if (pid_ > 0) {
+            ::kill(pid_, SIGKILL);
+            waitpid(pid_, &status, 0);
+        }
+        pid_ = -1;
+        return ended_ = status;
+    }
+
+private:
+    static inline const std::string acceptedPath = "/run/accepted";
+
+    static void submitForEver(int accepted) {
+        for (int i = 0;; ++i) {
+            const auto device = std::to_string(gettid()) + "." + std::to_string(i);
+            if (submit(device) == 0) {
+                dprintf(accepted, "%s\n", device.c_str());
+            }
+        }
+    }
+
+    pid_t pid_;
+    int ended_ = 0;
+};
+
+/** That each of these is in the log once, after whatever waits has been taken in. */
+inline void expectInLog(const Lines& accepted) {
+    EXPECT_EQ(0, statusOfChild([] { _exit(submit("last")); }));
+    std::multiset<std::string> devices;
+    const auto log = database();
+    tavrisk::zel::Statement entries{log, "SELECT arguments ->> 0 FROM entries"};
+    while (entries.step()) {
+        devices.insert(entries.text(0));
+    }
+    EXPECT_EQ(1U, devices.count("last"));
+    std::size_t once = 0;
+    for (const auto& device : accepted) {
+        once += devices.count(device) == 1 ? 1 : 0;
+    }
+    EXPECT_EQ(accepted.size(), once);
+    EXPECT_EQ("ok", log.queryText("PRAGMA integrity_check"));
+    EXPECT_EQ(0, log.queryInteger("SELECT max(seq) - gone - (SELECT count(*) FROM entries)"
+                                  " FROM state, sqlite_sequence"));
 }
 
 /** With an empty log at its beginning. */

@@ -64,6 +64,18 @@ const char* causeOf(MOSSLINKError code) {
     }
 }
 
+/** Whether the database is likely to take entries again without another version or place. */
+bool mayWait(MOSSLINKError code) {
+    switch (code) {
+    case MOSSLINK_DATABASE_NEWER:
+    case MOSSLINK_NO_SHARED_MAPS:
+    case MOSSLINK_INTERNAL:
+        return false;
+    default:
+        return true;
+    }
+}
+
 std::int64_t millisecondsSinceBoot() {
     timespec now{};
     clock_gettime(CLOCK_BOOTTIME, &now);
@@ -136,6 +148,9 @@ MOSSLINKError EventLog::write(const Batch& batch) noexcept {
 
 MOSSLINKError EventLog::failed(const Batch& batch, MOSSLINKError code) noexcept {
     try {
+        if (mayWait(code) && writer_.keepWaiting(batch.entries, causeOf(code))) {
+            return MOSSLINK_OK;
+        }
         writer_.lose(causeOf(code), static_cast<std::int64_t>(batch.entries.size()));
     } catch (const std::bad_alloc&) { // then this one is not counted
     }
