@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zel/guard.hpp"
 
+#include "zel/room.hpp"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -138,6 +140,11 @@ void Guard::growSharedMemory() {
         static_cast<void>(pwrite(index_.descriptor(), nothing.data(), nothing.size(), 0));
     }
     sharedMemory_ = std::max(sharedMemory_, size);
+}
+
+// SQLite takes a log that ends with zeros as one that ends before them.
+void Guard::reserveLog(off_t size) const {
+    takeRoom(log_.descriptor(), size);
 }
 
 Guard::State Guard::look() {

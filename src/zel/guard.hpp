@@ -33,6 +33,9 @@ public:
      *  the process. */
     void growSharedMemory();
 
+    /** Has the disk keep that much for the write-ahead log. */
+    void reserveLog(off_t size) const;
+
     /** What has become of the files. Other processes may be writing meanwhile. */
     State look();
 

@@ -101,13 +101,17 @@ std::int64_t checkedSchemaVersion(const Connection& connection) {
     }
 }
 
-void bringUpToDate(const Connection& connection) {
-    Transaction transaction{connection};
+void climb(const Connection& connection) {
     // Read again: another process may have been here first.
     const auto version = connection.queryInteger("PRAGMA user_version");
     for (auto step = version; step < schemaVersion; ++step) {
         connection.execute(schemaSteps.at(static_cast<std::size_t>(step)));
     }
+}
+
+void bringUpToDate(const Connection& connection) {
+    Transaction transaction{connection};
+    climb(connection);
     transaction.commit();
 }
 

@@ -34,4 +34,7 @@ std::int64_t checkedSchemaVersion(const Connection& connection);
 /** Brings a database that has been checked up to the layout this version writes. */
 void bringUpToDate(const Connection& connection);
 
+/** The same within a transaction of the caller's. */
+void climb(const Connection& connection);
+
 } // namespace tavrisk::zel

@@ -5,6 +5,7 @@
 #include "text/utf8.hpp"
 #include "zel/files.hpp"
 #include "zel/layout.hpp"
+#include "zel/room.hpp"
 
 #include <algorithm>
 #include <array>
@@ -272,11 +273,11 @@ bool fillWithAnotherFirstPage(const Connection& to, const std::string& made,
 }
 
 void makeSalvaged(const std::string& made, const std::string& aside, std::int64_t reserved,
-                  Salvage& salvage) {
+                  std::int64_t room, Salvage& salvage) {
     removeWithLog(made);
     const Connection to{made, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX};
     to.execute("PRAGMA synchronous = EXTRA");
-    bringUpToDate(to);
+    makeWithRoom(to, room);
     Transaction transaction{to};
     bool filled = false;
     try {
@@ -302,7 +303,7 @@ void makeSalvaged(const std::string& made, const std::string& aside, std::int64_
 
 } // namespace
 
-Salvage replaceDamaged(const std::string& path, std::int64_t reserved) {
+Salvage replaceDamaged(const std::string& path, std::int64_t reserved, std::int64_t room) {
     std::string time{text::UtcTime{std::chrono::system_clock::now()}.text()};
     std::erase_if(time, [](char c) { return c == '-' || c == ':'; });
     Salvage salvage;
@@ -311,7 +312,7 @@ Salvage replaceDamaged(const std::string& path, std::int64_t reserved) {
     try {
         linkOrCopy(path, salvage.asideAt);
         linkOrCopy(path + "-wal", salvage.asideAt + "-wal");
-        makeSalvaged(made, salvage.asideAt, reserved, salvage);
+        makeSalvaged(made, salvage.asideAt, reserved, room, salvage);
         remove(salvage.asideAt + "-shm");
         fs::rename(made, path + ".salvaged"); // From here on it is the log.
     } catch (...) {

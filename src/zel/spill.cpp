@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zel/spill.hpp"
 
+#include "zel/room.hpp"
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -134,17 +136,10 @@ bool Spill::open() {
     }
     generation_ = 0;
     file_ = ::open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-    reserve();
-    return file_ >= 0;
-}
-
-/** Takes the space, or of it what there is. */
-void Spill::reserve() const {
-    for (auto size = fullSize; size > recordsBegin; size /= 2) {
-        if (posix_fallocate(file_, 0, size) == 0) {
-            return;
-        }
+    if (!takeRoom(file_, fullSize) && size() == 0) { // where no room can be taken
+        static_cast<void>(ftruncate(file_, fullSize));
     }
+    return file_ >= 0;
 }
 
 off_t Spill::size() const {

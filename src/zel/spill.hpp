@@ -88,7 +88,6 @@ private:
     struct Record;
 
     bool open();
-    void reserve() const;
     [[nodiscard]] off_t size() const;
     [[nodiscard]] Header header() const;
     [[nodiscard]] bool write(Header header) const;

@@ -4,6 +4,7 @@
 #include "text/utc_time.hpp"
 #include "zel/files.hpp"
 #include "zel/layout.hpp"
+#include "zel/room.hpp"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -16,7 +17,10 @@
 namespace tavrisk::zel {
 namespace {
 
+// With a checkpoint at so many pages, there is room for as many of the next transaction in a log of
+// this size, which it keeps.
 constexpr std::uint32_t pagesToCheckpoint = 256;
+constexpr off_t logSize = 2097152;
 constexpr std::uint32_t mostPagesInLog = 4072; // 16 MiB
 
 /** A directory that cannot be made shows when the database in it cannot. */
@@ -27,18 +31,25 @@ void makeDirectory(const std::filesystem::path& directory) {
     }
 }
 
-Connection openForWriting(const std::string& path, Store::Patience patience) {
+/** Bytes of an entry with a device of 36 characters, all that comes with it included. */
+constexpr std::int64_t bytesOfEntry = 192;
+
+Connection openForWriting(const std::string& path, const Opening& opening) {
     Connection connection{path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX};
-    sqlite3_busy_timeout(connection.get(), static_cast<int>(patience.count()));
+    sqlite3_busy_timeout(connection.get(), static_cast<int>(opening.patience.count()));
     // Closing must neither touch a database that was refused nor remove, by name, the write-ahead
     // log of the one that has taken this one's place. And readers without the right to make the
     // log's files need them to stay.
     sqlite3_db_config(connection.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
 
     const auto version = checkedSchemaVersion(connection);
+    if (version == 0) {
+        makeWithRoom(connection, 0);
+    }
+    finishRoom(connection);
     connection.execute("PRAGMA journal_mode = WAL;"
-                       "PRAGMA synchronous = FULL;" // a commit survives loss of power
-                       "PRAGMA journal_size_limit = 1048576");
+                       "PRAGMA synchronous = FULL;"            // a commit survives loss of power
+                       "PRAGMA journal_size_limit = 2097152"); // as logSize
     if (version < schemaVersion) {
         bringUpToDate(connection);
     }
@@ -46,19 +57,19 @@ Connection openForWriting(const std::string& path, Store::Patience patience) {
 }
 
 template <typename Body>
-auto patiently(Store::Patience patience, Body body) {
+auto patiently(Patience patience, Body body) {
     return retryUntil(
         std::chrono::steady_clock::now() + patience, std::chrono::milliseconds{5},
         [](const SqliteError& error) { return error.code() == SQLITE_BUSY; }, body);
 }
 
 /** SQLite does not wait by itself while another process turns a new database into a WAL one. */
-Connection openPatiently(const std::string& path, Store::Patience patience) {
-    return patiently(patience, [&] { return openForWriting(path, patience); });
+Connection openPatiently(const std::string& path, const Opening& opening) {
+    return patiently(opening.patience, [&] { return openForWriting(path, opening); });
 }
 
 /** One process at a time replaces a database; the others find the new one in its place. */
-void waitForLock(const Directory& directory, Store::Patience patience) {
+void waitForLock(const Directory& directory, Patience patience) {
     patiently(patience, [&directory] {
         if (!directory.tryLock()) {
             throw SqliteError{SQLITE_BUSY, "being replaced"};
@@ -96,9 +107,9 @@ std::string bootId() {
     return id;
 }
 
-Store::Store(const std::string& path, Condition condition, Patience patience)
+Store::Store(const std::string& path, const Opening& opening)
     : numbers_{(makeDirectory(std::filesystem::path{path}.parent_path()), path + ".numbers")},
-      connection_{open(path, condition, patience)},
+      connection_{open(path, opening)},
       insert_{connection_, "INSERT OR IGNORE INTO entries (time, message_id, severity, arguments,"
                            " boot_id, since_boot, sequence)"
                            " VALUES (?, ?, ?, ?, ?, ?, nullif(?, 0))"},
@@ -109,6 +120,7 @@ Store::Store(const std::string& path, Condition condition, Patience patience)
     countOn();
     oldest(); // with what is read first, SQLite makes the last of its files
     guard_ = std::make_unique<Guard>(path);
+    guard_->reserveLog(logSize);
 }
 
 Store::~Store() {
@@ -117,12 +129,12 @@ Store::~Store() {
     }
 }
 
-Connection Store::open(const std::string& path, Condition condition, Patience patience) {
-    condition = isEmptied(path) ? Condition::damaged : condition;
+Connection Store::open(const std::string& path, const Opening& opening) {
+    const auto condition = isEmptied(path) ? Condition::damaged : opening.condition;
     const bool leftUnfinished = std::filesystem::exists(path + ".salvaged");
     try {
         if (condition == Condition::unknown && !leftUnfinished) {
-            return openPatiently(path, patience);
+            return openPatiently(path, opening);
         }
     } catch (const Refused& refused) {
         if (!isDamaged(refused)) {
@@ -130,19 +142,19 @@ Connection Store::open(const std::string& path, Condition condition, Patience pa
         }
     }
     const Directory directory{std::filesystem::path{path}.parent_path()};
-    waitForLock(directory, patience);
+    waitForLock(directory, opening.patience);
     finishReplacing(path);
     try {
         if (condition == Condition::unknown) {
-            return openPatiently(path, patience);
+            return openPatiently(path, opening);
         }
     } catch (const Refused& refused) {
         if (!isDamaged(refused)) {
             throw;
         }
     }
-    salvage_ = replaceDamaged(path, numbers_.read().reserved);
-    return openPatiently(path, patience);
+    salvage_ = replaceDamaged(path, numbers_.read().reserved, opening.entries * bytesOfEntry);
+    return openPatiently(path, opening);
 }
 
 /** A database that does not know of numbers that were given out goes on above them. */
@@ -237,13 +249,14 @@ std::int64_t Store::oldest() {
     return sequence;
 }
 
-bool Store::checkpoint() {
+bool Store::checkpoint() const {
     if (guard_->pagesInLog() < pagesToCheckpoint) {
         return false;
     }
     // Where others keep it from being done, there is a next time.
     sqlite3_wal_checkpoint_v2(connection_.get(), "main", SQLITE_CHECKPOINT_PASSIVE, nullptr,
                               nullptr);
+    guard_->reserveLog(logSize);
     return true;
 }
 

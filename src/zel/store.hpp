@@ -31,19 +31,25 @@ struct Entry {
 /** The present one. */
 std::string bootId();
 
+enum class Condition { unknown, damaged };
+using Patience = std::chrono::milliseconds;
+
+/** How a database is opened. */
+struct Opening {
+    Condition condition = Condition::unknown;
+    Patience patience = std::chrono::seconds{2}; // with other processes; and for all changes
+    std::int64_t entries = 0; // that there is room for, whatever comes on the disk later
+};
+
 /** A database opened for writing, by one thread at a time; other processes may have it open too.
  *  After each change, the write-ahead log in the database's directory is opened and closed once
  *  (IN_CLOSE_WRITE of inotify): whoever waits for entries can see them then. */
 class Store {
 public:
-    enum class Condition { unknown, damaged };
-    using Patience = std::chrono::milliseconds;
-
     /** Makes what is missing, up to the directories, and brings an older layout up to date. A
-     *  database that is damaged, or known to be, is replaced. Waits for other processes as long as
-     *  `patience`, and so do all changes. Raises Refused, SqliteError or std::system_error. */
-    explicit Store(const std::string& path, Condition condition = Condition::unknown,
-                   Patience patience = std::chrono::seconds{2});
+     *  database that is damaged, or known to be, is replaced. Raises Refused, SqliteError or
+     *  std::system_error. */
+    explicit Store(const std::string& path, const Opening& opening = {});
     ~Store();
     Store(const Store&) = delete;
     Store& operator=(const Store&) = delete;
@@ -77,7 +83,7 @@ public:
 
     /** After a look that found all sound: takes the write-ahead log's pages into the database when
      *  there are enough of them. False when there are not. */
-    bool checkpoint();
+    bool checkpoint() const;
 
     /** As of the last look: whether a reader that stays has made the write-ahead log longer than it
      *  may become, and it cannot be begun anew. */
@@ -90,7 +96,7 @@ public:
     void clear();
 
 private:
-    Connection open(const std::string& path, Condition condition, Patience patience);
+    Connection open(const std::string& path, const Opening& opening);
     void countOn();
     std::int64_t insert(const Entry& entry);
     void countRestored();

@@ -9,6 +9,9 @@
 namespace tavrisk::zel {
 namespace {
 
+// There is room for no more from the beginning.
+constexpr std::int64_t mostWithRoom = 100'000;
+
 /** Whether a database may be to blame that other tables, or other pages, have come into. */
 bool mayBeDamage(const SqliteError& error) {
     return error.code() == SQLITE_CORRUPT || error.code() == SQLITE_NOTADB ||
@@ -35,7 +38,7 @@ void Writer::append(std::span<const Entry> entries) {
 /** Does what `body` does with a store that is as it should be. */
 template <typename Body>
 void Writer::retry(Body body) {
-    using enum Store::Condition;
+    using enum Condition;
     // What is damaged shows when it is opened, or else when it cannot be written.
     for (const auto condition : {unknown, unknown, damaged}) {
         try {
@@ -60,7 +63,7 @@ void Writer::retry(Body body) {
     }
 }
 
-void Writer::prepare(Store::Condition condition) {
+void Writer::prepare(Condition condition) {
     do {
         if (store_) {
             settle(store_->look());
@@ -77,7 +80,7 @@ void Writer::prepare(Store::Condition condition) {
 
 /** How long a batch waits for other processes: those that follow one which has waited in vain need
  *  not. */
-Store::Patience Writer::patience() const {
+Patience Writer::patience() const {
     return std::chrono::milliseconds{isWaiting_ ? 50 : 2000};
 }
 
@@ -100,8 +103,9 @@ void Writer::settle(Guard::State state) {
     seemsDamaged_ = state == damaged;
 }
 
-void Writer::open(Store::Condition condition) {
-    store_.emplace(path_, seemsDamaged_ ? Store::Condition::damaged : condition, patience());
+void Writer::open(Condition condition) {
+    store_.emplace(path_, Opening{seemsDamaged_ ? Condition::damaged : condition, patience(),
+                                  std::min(maxEntries_, mostWithRoom)});
     seemsDamaged_ = false;
     if (const auto& salvage = store_->salvage()) {
         tell_("The event log was damaged. It is now " + salvage->asideAt +

@@ -41,10 +41,10 @@ public:
 private:
     template <typename Body>
     void retry(Body body);
-    void prepare(Store::Condition condition);
-    [[nodiscard]] Store::Patience patience() const;
+    void prepare(Condition condition);
+    [[nodiscard]] Patience patience() const;
     void settle(Guard::State state);
-    void open(Store::Condition condition);
+    void open(Condition condition);
     bool takeWaiting();
     void add(std::span<const Entry> entries, const Losses& losses, std::int64_t spillMark = 0);
     Guard::State lookAndCheckpoint();

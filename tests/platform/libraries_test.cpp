@@ -7,7 +7,6 @@
 #include "tests/platform/zel_log.hpp"
 
 #include <sys/mman.h>
-#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -208,18 +207,6 @@ TEST_F(Mosslink, SaysThatItsFileSystemHasNoSharedMaps) {
     const int result = submit("lost");
     noSharedMaps = false;
     EXPECT_EQ(MOSSLINK_NO_SHARED_MAPS, result);
-}
-
-TEST_F(Mosslink, SaysThatTheDiskIsFullUntilItIsNot) {
-    const auto directory = std::filesystem::path{zelPath}.parent_path();
-    ASSERT_EQ(0, mount("tmpfs", directory.c_str(), "tmpfs", 0, "size=1m"));
-    EXPECT_EQ(0, submit("before"));
-    writeFile(directory / "filler", std::string(1 << 20, 'x'));
-    EXPECT_EQ(0, submit("waiting"));
-    std::filesystem::remove(directory / "filler");
-    EXPECT_EQ(0, submit("after"));
-    EXPECT_EQ("[\"before\"],[\"waiting\"],[\"after\"]", query("group_concat(arguments)"));
-    umount2(directory.c_str(), MNT_DETACH);
 }
 
 TEST_F(Mosslink, LooksAtADatabaseAnewAfterAFailure) {

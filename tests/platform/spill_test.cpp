@@ -3,6 +3,8 @@
 #include "tests/platform/zel_log.hpp"
 #include "zel/spill.hpp"
 
+#include <sys/mount.h>
+
 namespace {
 
 using tavrisk::zel::Entry;
@@ -89,6 +91,37 @@ TEST_F(MosslinkSpill, BoundsTheLogUnderAReaderThatStays) {
     EXPECT_LT(std::filesystem::file_size(zelPath + "-wal"), 17U << 20U);
     reader->execute("COMMIT");
     expectInLog(Flood::accepted());
+}
+
+TEST_F(MosslinkSpill, HasRoomOnAFullDiskAndCountsWhatIsBeyond) {
+    const auto directory = std::filesystem::path{zelPath}.parent_path();
+    ASSERT_EQ(0, mount("tmpfs", directory.c_str(), "tmpfs", 0, "size=16m"));
+    database().execute("CREATE TABLE a (b); DROP TABLE a");
+    submit("first");
+    writeFile(directory / "filler", std::string(16 << 20, 'x'));
+    int accepted = 1;
+    for (int i = 0; i < 8000; ++i) {
+        accepted += submit(std::to_string(i)) == 0 ? 1 : 0;
+    }
+    EXPECT_EQ(8001, accepted);
+    EXPECT_EQ(8001, database().queryInteger("SELECT count(*) FROM entries"));
+
+    int refused = 0;
+    Spill spill{zelPath};
+    accepted += static_cast<int>(fill(spill, 3600, 1000).size());
+    for (int i = 0; refused < 3 && i < 2000; ++i) {
+        const int result = submit(std::to_string(i) + std::string(1000, 'x'));
+        accepted += result == 0 ? 1 : 0;
+        refused += result == MOSSLINK_NO_SPACE ? 1 : 0;
+    }
+    EXPECT_GT(accepted, 11'601);
+    EXPECT_EQ(3, Spill::look(zelPath).losses["no space"]);
+    std::filesystem::remove(directory / "filler");
+    EXPECT_EQ(0, submit("after"));
+    EXPECT_EQ(accepted + 1,
+              database().queryInteger("SELECT count(*) + dropped FROM entries, state"));
+    EXPECT_EQ("no space 3", database().queryText("SELECT cause || ' ' || events FROM losses"));
+    umount2(directory.c_str(), MNT_DETACH);
 }
 
 /** A forgotten shell that holds the log for a minute, and then a kill. */

@@ -16,6 +16,9 @@
 namespace tavrisk::zel {
 namespace {
 
+constexpr std::size_t mostEntries = 256;
+constexpr std::size_t mostBytes = 131'072;
+
 MOSSLINKError codeFor(const SqliteError& error) {
     switch (error.code()) {
     case SQLITE_BUSY:
@@ -110,12 +113,22 @@ EventLog& EventLog::instance() {
     return *log;
 }
 
+/** One that it still fits into: a batch is one transaction, and the write-ahead log has room for
+ * that whatever else is on the disk. */
+std::shared_ptr<EventLog::Batch> EventLog::batchFor(const Entry& entry) {
+    const auto bytes = entry.messageId.size() + entry.arguments.size();
+    if (!collecting_ || collecting_->entries.size() == mostEntries ||
+        collecting_->bytes + bytes > mostBytes) {
+        collecting_ = std::make_shared<Batch>();
+        collecting_->number = ++batches_;
+    }
+    collecting_->bytes += bytes;
+    return collecting_;
+}
+
 MOSSLINKError EventLog::submit(Entry entry) {
     std::unique_lock lock{mutex_};
-    if (!collecting_) {
-        collecting_ = std::make_shared<Batch>();
-    }
-    const auto batch = collecting_;
+    const auto batch = batchFor(entry);
     entry.sinceBoot = millisecondsSinceBoot();
     entry.time = text::UtcTime{std::chrono::system_clock::now()}.text();
     batch->entries.push_back(std::move(entry));
@@ -124,14 +137,15 @@ MOSSLINKError EventLog::submit(Entry entry) {
         return *batch->result;
     }
 
-    writerIsFree_.wait(lock, [this] { return !writing_; });
-    writing_ = true;
-    collecting_.reset();
+    written_.wait(lock, [this, &batch] { return nextToWrite_ == batch->number; });
+    if (collecting_ == batch) {
+        collecting_.reset();
+    }
     lock.unlock();
     const auto result = write(*batch);
     lock.lock();
-    writing_ = false;
-    writerIsFree_.notify_one();
+    ++nextToWrite_;
+    written_.notify_all();
     batch->result = result;
     batch->finished.notify_all();
     return result;

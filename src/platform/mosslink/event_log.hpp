@@ -5,6 +5,8 @@
 #include "zel/writer.hpp"
 
 #include <condition_variable>
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -31,18 +33,22 @@ private:
     EventLog();
 
     struct Batch {
+        std::uint64_t number = 0;
         std::vector<Entry> entries;
+        std::size_t bytes = 0; // of their texts
         std::optional<MOSSLINKError> result;
         std::condition_variable finished;
     };
 
+    std::shared_ptr<Batch> batchFor(const Entry& entry);
     MOSSLINKError write(const Batch& batch) noexcept;
     MOSSLINKError failed(const Batch& batch, MOSSLINKError code) noexcept;
 
     std::mutex mutex_;
     std::shared_ptr<Batch> collecting_;
-    bool writing_ = false;
-    std::condition_variable writerIsFree_;
+    std::uint64_t batches_ = 0; // so many have begun
+    std::uint64_t nextToWrite_ = 1;
+    std::condition_variable written_;
 
     Writer writer_; // of who is writing, without the mutex
 };
