@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zel/totals.hpp"
 
+#include "contract/severity.hpp"
 #include "zel/store.hpp"
 
 namespace tavrisk::zel {
@@ -20,7 +21,7 @@ void Totals::count(const Entry& entry) {
     device_.step();
     const auto device = device_.text(0);
     device_.reset();
-    const std::int64_t severity = entry.severity == 1 || entry.severity == 2 ? entry.severity : 3;
+    const auto severity = code(severityOf(entry.severity));
     if (!addTo(entry.messageId, severity, device)) {
         addTo("", severity, "");
     }
