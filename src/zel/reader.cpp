@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zel/reader.hpp"
 
+#include "text/hex.hpp"
 #include "zel/layout.hpp"
 
 #include <json/reader.h>
@@ -46,11 +47,10 @@ bool exists(const std::string& path) {
 
 /** The path as a URI that tells SQLite that nobody writes to the file. */
 std::string immutableUri(const std::string& path) {
-    constexpr std::string_view hex = "0123456789ABCDEF";
     std::string uri = "file:";
     for (const char c : path) {
-        const auto byte = static_cast<unsigned char>(c);
-        uri += {'%', hex[byte >> 4U], hex[byte & 0xfU]};
+        const auto pair = text::hexPair(static_cast<std::uint8_t>(c));
+        uri.append("%").append(pair.data(), pair.size());
     }
     return uri + "?immutable=1";
 }
@@ -123,17 +123,6 @@ bool contains(std::string_view text, std::string_view part) {
 }
 
 } // namespace
-
-const char* name(Severity severity) {
-    return severity == Severity::critical  ? "critical"
-           : severity == Severity::warning ? "warning"
-                                           : "other";
-}
-
-Severity LogEntry::severity() const {
-    return severityCode == 1 || severityCode == 2 ? static_cast<Severity>(severityCode)
-                                                  : Severity::other;
-}
 
 const std::string& LogEntry::device() const {
     static const std::string none;

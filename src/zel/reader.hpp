@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "contract/severity.hpp"
 #include "zel/sqlite.hpp"
 
 #include <cstdint>
@@ -18,9 +19,6 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-enum class Severity { critical = 1, warning = 2, other = 3 };
-const char* name(Severity severity);
-
 struct LogEntry {
     std::int64_t sequence;
     std::string time; // UTC, as it stands in the log
@@ -28,7 +26,7 @@ struct LogEntry {
     std::int64_t severityCode;
     std::vector<std::string> arguments;
 
-    [[nodiscard]] Severity severity() const;
+    [[nodiscard]] Severity severity() const { return severityOf(severityCode); }
     /** What the message is about: the first argument, or "" without one. */
     [[nodiscard]] const std::string& device() const;
 };

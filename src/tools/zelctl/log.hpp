@@ -15,8 +15,6 @@ using zel::Filter;
 using zel::Health;
 using zel::LogEntry;
 using zel::LogReader;
-using zel::name;
-using zel::Severity;
 
 /** The log that the command line names, or the system's. */
 class Log {
