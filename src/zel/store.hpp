@@ -44,6 +44,9 @@ public:
      *  that were lost. All is on the disk when this returns; nothing is when it raises. */
     void append(std::span<const Entry> entries, std::int64_t maxEntries, const Losses& losses = {});
 
+    /** For what else there is to write, by this thread, in a transaction of its own. */
+    [[nodiscard]] const Connection& connection() const { return connection_; }
+
     /** Removes all entries; their sequence numbers are not used again. */
     void clear();
 

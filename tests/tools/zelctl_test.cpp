@@ -39,7 +39,7 @@ Json::Value parsed(const std::string& json) {
 
 /** The sequence numbers of a command that prints entries. */
 std::string sequencesOf(const std::string& arguments, const std::string& with = "") {
-    std::istringstream lines{outputOf(arguments + " --json", with)};
+    std::istringstream lines{outputOf(arguments + " --json 2>/dev/null", with)};
     std::string sequences;
     for (std::string line; std::getline(lines, line);) {
         sequences += parsed(line)["sequence"].asString() + " ";
@@ -106,6 +106,8 @@ TEST_F(Zelctl, ReadsALogOfManyPages) {
         "database": ")" + path +
                             R"(", "schemaVersion": 3, "entries": 1204, "cap": )" +
                             std::to_string(tavrisk::platform::zelMaxEntries) + R"(, "dropped": 1,
+        "lastDropped": {"sequence": 6, "time": "2025-01-05T10:00:00.000Z"},
+        "losses": [], "waiting": false, "salvaged": 0, "setAside": [],
         "first": {"sequence": 1, "time": "2025-01-01T10:00:00.000Z"},
         "last": {"sequence": 1205, "time": "2025-01-05T10:00:00.000Z"},
         "lastClear": null, "matching": 1199,
@@ -122,7 +124,8 @@ TEST_F(Zelctl, WrapsAMessageWithoutLosingACharacter) {
     add("2025-01-05T10:00:00.000Z", "HMC0002", 2, device + "\u00e9nd");
     std::string shown;
     std::istringstream lines{outputOf(
-        "list -n 1' /dev/null", "script -qec 'stty cols 100; exec env NO_COLOR=1 LC_ALL=C.UTF-8")};
+        "list -n 1 --no-pager' /dev/null",
+        "script -qec 'stty cols 100; exec env NO_COLOR=1 LC_ALL=C.UTF-8")};
     std::getline(lines, shown); // The title.
     shown.clear();
     for (std::string line; std::getline(lines, line);) {
@@ -192,8 +195,8 @@ TEST_F(Zelctl, SaysWhyItCannot) {
     expect("list --db /run/other", 1, "damaged, or no event log");
     expect("show 6", 1, "no entry 6");
     expect("clear", 2, "--yes");
-    expect("list --since yesterday", 2,
-           "zelctl: --since takes a TIME, not 'yesterday'\n"
+    expect("list --since yesterdays", 2,
+           "zelctl: --since takes a TIME, not 'yesterdays'\n"
            "Try 'zelctl list --help'.\n");
     expect("stats -n 1", 2, "zelctl: stats has no option --limit\n");
     expect("list -n 0", 2, "zelctl: --limit takes a number from 1, not '0'\n");

@@ -66,6 +66,19 @@ bool usersTextIsUtf8() {
     return answer;
 }
 
+Style look() {
+    Style style;
+    style.terminal = isatty(STDOUT_FILENO) != 0;
+    style.colour = style.terminal && *environment("NO_COLOR") == '\0' &&
+                   std::string_view{environment("TERM")} != "dumb";
+    style.utf8 = usersTextIsUtf8();
+    winsize size{};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0) {
+        style.width = size.ws_col;
+    }
+    return style;
+}
+
 /** To such a one a byte of a longer character could be a command of its own. */
 bool isTerminalWithoutUtf8() {
     static const bool answer = [] {
@@ -90,15 +103,7 @@ void check(bool written) {
 } // namespace
 
 Style Style::ofStandardOutput() {
-    Style style;
-    style.terminal = isatty(STDOUT_FILENO) != 0;
-    style.colour = style.terminal && *environment("NO_COLOR") == '\0' &&
-                   std::string_view{environment("TERM")} != "dumb";
-    style.utf8 = usersTextIsUtf8();
-    winsize size{};
-    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0) {
-        style.width = size.ws_col;
-    }
+    static const Style style = look();
     return style;
 }
 
