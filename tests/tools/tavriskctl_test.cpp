@@ -55,10 +55,14 @@ using Tavriskctl = World;
 TEST_F(Tavriskctl, SaysInOneSentenceWhatBecameOfEachRequest) {
     startDaemon();
     writeFile("/run/e", R"({"EventType":"Event"})");
+    writeFile("/run/gone", R"({"EventType":"Event"})");
     writeFile("/run/empty", "");
     writeFile("/run/33M", std::string(33U << 20U, ' '));
     expectAll({
         {"log - 2>/dev/null </run/e", 0, "standard input: accepted"},
+        {"log --remove-accepted /run/gone /run/empty", 1,
+         "/run/gone: accepted, and removed\ntavriskctl: /run/empty: refused: empty input"},
+        {"log /run/gone", 1, "tavriskctl: /run/gone: cannot be read: No such file or directory"},
         {"log /run/none /run/e", 1,
          "tavriskctl: /run/none: cannot be read: No such file or directory\n/run/e: accepted"},
         {"log /run/33M /run/e", 1,

@@ -14,8 +14,8 @@ constexpr auto fileNotes = "FILE - is standard input.\n";
 constexpr auto submitNotes = "FILE - is standard input. --timeout is 60 by default.\n";
 
 constexpr std::array commands{
-    CommandRow{"log", "FILE...", 1, any, callOptions, "hand in JSON event records", submitNotes,
-               logEvents},
+    CommandRow{"log", "FILE...", 1, any, "json bus timeout remove-accepted",
+               "hand in JSON event records", submitNotes, logEvents},
     CommandRow{"cper", "FILE...", 1, any, callOptions, "hand in UEFI CPERs", submitNotes, logCpers},
     CommandRow{"save", "NAME FILE", 2, 2, callOptions, "have a file kept under a name", submitNotes,
                save},
@@ -40,6 +40,7 @@ constexpr std::array options{
     OptionRow{"timeout", 0, "SECONDS",
               "longest wait for a reply, 0 for ever; 25 unless COMMAND's help says other", true},
     OptionRow{"as", 0, "KIND", "for explain: event or cper; by default, what the file begins like"},
+    OptionRow{"remove-accepted", 0, nullptr, "for log: remove each file once it is accepted"},
     OptionRow{"verbose", 0, nullptr, "for explain: all that a CPER says"},
 };
 

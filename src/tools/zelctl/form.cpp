@@ -66,9 +66,9 @@ void Records::put(const Json::Value& object) {
     const auto putRow = [this](const auto& cellOf) {
         std::string line;
         for (const auto& column : columns_) {
-            line += (line.empty() ? "" : ",") + cellOf(column);
+            line += "," + cellOf(column);
         }
-        putLine(line);
+        putLine(line.substr(1));
     };
     if (columns_.empty()) {
         columns_ = columnsOf(object);

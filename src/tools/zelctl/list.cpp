@@ -12,11 +12,6 @@
 namespace tavrisk::tools {
 namespace {
 
-void note(const std::string& sentence) {
-    flushOutput();
-    std::cerr << "zelctl: " << sentence << "\n";
-}
-
 /** The same message about the same device, all of what the filter lets through. */
 struct Repeats {
     LogEntry latest;
@@ -108,6 +103,16 @@ public:
     }
 
 private:
+    /** Below the entries on a terminal, where a pager may have it; beside them elsewhere. */
+    void note(const std::string& sentence) const {
+        if (style_.terminal && form_ == Form::text) {
+            putLine("(" + hanging(style_, 1, sentence) + ")");
+        } else {
+            flushOutput();
+            std::cerr << "zelctl: " << sentence << "\n";
+        }
+    }
+
     void put(const LogEntry& entry, const Json::Value& object, const std::string& more = {}) {
         unset_ += isOfUnsetClock(entry) ? 1 : 0;
         last_ = entry.sequence;

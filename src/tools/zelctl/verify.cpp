@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/common/output.hpp"
 #include "tools/zelctl/commands.hpp"
+#include "tools/zelctl/entry_text.hpp"
 #include "tools/zelctl/form.hpp"
 
 #include <unistd.h>
@@ -99,7 +100,8 @@ Exit verify(const Log& log, const Arguments& arguments) {
             putLine(harmless(text));
         }
         if (!findings.advice.empty()) {
-            putLine("What to do: " + findings.advice + ".");
+            putLine("What to do: " +
+                    hanging(Style::ofStandardOutput(), 12, harmless(findings.advice) + "."));
         }
     }
     return findings.problems.empty() ? Exit::done : Exit::failed;
