@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <filesystem>
 #include <sstream>
 
 using ::testing::IsEmpty;
@@ -111,6 +112,33 @@ TEST_F(Tavriskctl, ExitsWith3WhenNobodyAnswers) {
                 "time and may still carry this one out\ntavriskctl: empty: not sent"}});
     stopBus();
     expectAll({{"status", 3, directories + "tavriskctl: cannot connect to the bus at 'unix:"}});
+}
+
+TEST_F(Tavriskctl, CountsTheLossesThatTheJournalTellsOf) {
+    if (!std::filesystem::exists("/lib/systemd/systemd-journald")) {
+        GTEST_SKIP() << "no systemd-journald here";
+    }
+    EXPECT_TRUE(objects("status").at(0)["losses"].isNull());
+    const Process journal{{"/lib/systemd/systemd-journald"}};
+    const auto say = [](const std::string& tag, const std::string& text) {
+        return Process{{"logger", "-u", "/run/systemd/journal/dev-log", "-p", "daemon.warning",
+                        "-t", tag, "--", text}}
+                   .wait() == 0;
+    };
+    const auto shows = [](const std::string& text) {
+        launch("status")->wait();
+        return has(readFile("/run/out"), "events lost since boot +" + text + "\n");
+    };
+    EXPECT_TRUE(eventually([&] {
+        say("other", "event dropped: it is not the daemon's");
+        return shows("none that the journal tells of");
+    }));
+    say("tavrisk", " tavrisk_generate_event: Failed to log OSKA Message 5 (rc = 6)");
+    say("tavrisk", "MOSSLINKBuildMsgArgsBuffer returned [6]");
+    say("tavrisk", " tavrisk_generate_event: Failed to log OSKA Message 5 (rc = 6)");
+    say("tavrisk", "zel_wux_fault_logging_thread : event dropped: std::bad_alloc");
+    EXPECT_TRUE(eventually([&] { return shows("2 refused by the event log, 1 no memory"); }));
+    EXPECT_EQ(objects("status").at(0)["losses"][0]["events"], 2);
 }
 
 TEST_F(Tavriskctl, PrintsOneJsonObjectPerLine) {

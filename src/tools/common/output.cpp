@@ -57,7 +57,7 @@ const char* environment(const char* variable) {
 
 /** Whether the user's locale is one of UTF-8, also in a program that has set none. */
 bool usersTextIsUtf8() {
-    const auto locale = newlocale(LC_CTYPE_MASK, "", nullptr);
+    auto* const locale = newlocale(LC_CTYPE_MASK, "", nullptr);
     if (locale == nullptr) {
         return false;
     }

@@ -29,9 +29,9 @@ std::vector<std::string> columnsOf(const Json::Value& object) {
 }
 
 std::string cell(const Json::Value& value) {
-    const auto text = harmless(value.isNull()     ? ""
-                               : value.isString() ? value.asString()
-                                                  : jsonLine(value));
+    auto text = harmless(value.isNull()     ? ""
+                         : value.isString() ? value.asString()
+                                            : jsonLine(value));
     if (text.find_first_of("\", ") == std::string::npos) {
         return text;
     }

@@ -106,15 +106,11 @@ std::function<bool(const LogEntry&)> textFilterOf(const Arguments& arguments) {
     };
 }
 
-/** The last boot but so many, of those before this one. */
-std::optional<std::string> bootBefore(const std::vector<zel::Boot>& boots, std::int64_t count) {
+/** The boot that is so many before this one in the log. */
+std::optional<std::string> bootBefore(std::vector<zel::Boot> boots, std::size_t count) {
     const auto present = thisBoot();
-    for (auto boot = boots.rbegin(); boot != boots.rend(); ++boot) {
-        if (boot->id != present && --count == 0) {
-            return boot->id;
-        }
-    }
-    return {};
+    std::erase_if(boots, [&present](const zel::Boot& boot) { return boot.id == present; });
+    return count <= boots.size() ? std::optional{boots[boots.size() - count].id} : std::nullopt;
 }
 
 } // namespace
@@ -183,7 +179,7 @@ void resolveBoot(Filter& filter, const LogReader& reader) {
     if (text == "0" || text == thisBoot()) {
         found = thisBoot();
     } else if (text.starts_with('-')) {
-        found = bootBefore(boots, toNumber("--boot", text.substr(1), 1));
+        found = bootBefore(boots, static_cast<std::size_t>(toNumber("--boot", text.substr(1), 1)));
     } else {
         for (const auto& boot : boots) {
             found = !text.empty() && boot.id.starts_with(text) ? boot.id : found;
