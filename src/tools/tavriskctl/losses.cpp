@@ -45,7 +45,7 @@ struct Close {
 };
 using Journal = std::unique_ptr<sd_journal, Close>;
 
-int check(int result) {
+int checked(int result) {
     if (result < 0) {
         throw Failure{Exit::failed, std::strerror(-result)};
     }
@@ -55,13 +55,13 @@ int check(int result) {
 /** The lines of the daemon from warnings on. Raises Failure when there is nothing to read. */
 Journal openJournal() {
     sd_journal* opened = nullptr;
-    check(sd_journal_open(&opened, SD_JOURNAL_LOCAL_ONLY | SD_JOURNAL_SYSTEM));
+    checked(sd_journal_open(&opened, SD_JOURNAL_LOCAL_ONLY | SD_JOURNAL_SYSTEM));
     Journal journal{opened};
     if (sd_journal_has_runtime_files(opened) <= 0 && sd_journal_has_persistent_files(opened) <= 0) {
         throw Failure{Exit::failed, "no journal that you may read"};
     }
     for (const auto* match : {"SYSLOG_IDENTIFIER=tavrisk", "PRIORITY=4"}) {
-        check(sd_journal_add_match(opened, match, 0));
+        checked(sd_journal_add_match(opened, match, 0));
     }
     return journal;
 }
@@ -106,7 +106,7 @@ void count(Losses& losses, sd_journal* journal) {
 Losses readJournal() {
     const auto journal = openJournal();
     Losses losses;
-    while (check(sd_journal_next(journal.get())) > 0) {
+    while (checked(sd_journal_next(journal.get())) > 0) {
         count(losses, journal.get());
     }
     return losses;
