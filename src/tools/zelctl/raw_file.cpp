@@ -75,7 +75,7 @@ bool wouldMake(const LogEntry& entry, std::span<const std::uint8_t> record) {
     const auto verdict = classify(record);
     const auto* const message = verdict.event ? findMessage(verdict.event->number) : nullptr;
     return message != nullptr && message->messageId == entry.messageId &&
-           severityOf(entry.severityCode) == verdict.severity &&
+           tavrisk::severityOf(entry.severityCode) == verdict.severity &&
            zel::toUtf8(verdict.event->device) == entry.device();
 }
 
