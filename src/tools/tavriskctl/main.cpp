@@ -21,8 +21,8 @@ constexpr std::array commands{
                save},
     CommandRow{"clear", "", 0, 0, callOptions, "have the data cache saved and emptied",
                "--timeout is 1260 by default, which is 21 minutes.\n", clear},
-    CommandRow{"status", "", 0, 0, callOptions, "show the daemon, its settings and its data", "",
-               status},
+    CommandRow{"status", "", 0, 0, callOptions,
+               "show the daemon, its settings, its data and losses", "", status},
     CommandRow{"set", "PROPERTY VALUE", 2, 2, callOptions, "change a setting",
                "PROPERTY is SystemLEDSetting, a text, or RetentionSizeInMB or "
                "RetentionIntervalInMinutes,\na number from 0 to 255.\n",

@@ -3,12 +3,13 @@
 #include "tools/common/output.hpp"
 #include "tools/tavriskctl/commands.hpp"
 #include "tools/tavriskctl/daemon.hpp"
-#include "tools/tavriskctl/journal.hpp"
+#include "tools/tavriskctl/losses.hpp"
 #include "tools/tavriskctl/report.hpp"
 
 #include <filesystem>
 #include <optional>
 #include <system_error>
+#include <utility>
 
 using namespace std::chrono_literals;
 
@@ -97,22 +98,6 @@ std::string dataCache(const std::vector<Property>& properties) {
     return std::string{root.substr(0, root.size() - 1)};
 }
 
-/** What the daemon has said that it lost; without a journal, in the JSON object alone. */
-Fact lossesFact() {
-    const auto losses = lossesInJournal();
-    Fact fact{losses ? "events lost since boot" : "", "", "losses"};
-    fact.json = losses ? Json::arrayValue : Json::nullValue;
-    for (const auto& [cause, events] : losses.value_or(std::vector<LostEvents>{})) {
-        fact.text += (fact.text.empty() ? "" : ", ") + std::to_string(events) + " " + cause;
-        Json::Value row;
-        row["cause"] = cause;
-        row["events"] = Json::Int64{events};
-        fact.json.append(row);
-    }
-    fact.text = fact.text.empty() ? "none that the journal tells of" : fact.text;
-    return fact;
-}
-
 /** What can be seen without the daemon, and what it says when it answers. */
 std::vector<Fact> factsOf(const Seen& seen) {
     std::vector<Fact> facts;
@@ -135,7 +120,9 @@ std::vector<Fact> factsOf(const Seen& seen) {
         directories.append(facts.back().json);
     }
     facts.push_back({"", "", "directories", directories});
-    facts.push_back(lossesFact());
+    for (auto& fact : lossesInJournal()) {
+        facts.push_back(std::move(fact));
+    }
     return facts;
 }
 

@@ -65,7 +65,7 @@ std::optional<Bytes> toSummary(const Bytes& raw) {
 bool wouldMake(const LogEntry& entry, const Verdict& verdict) {
     const auto* const message = verdict.event ? findMessage(verdict.event->number) : nullptr;
     return message != nullptr && message->messageId == entry.messageId &&
-           severityOf(entry.severityCode) == verdict.severity &&
+           tavrisk::severityOf(entry.severityCode) == verdict.severity &&
            zel::toUtf8(verdict.event->device) == entry.device();
 }
 
