@@ -20,7 +20,7 @@ const char* wordOf(Level level) {
     return words.at(static_cast<std::size_t>(level));
 }
 
-struct Findings {
+struct Condition {
     Level level = Level::ok;
     std::vector<std::string> problems; // the worst first
     std::int64_t entries = 0;
@@ -33,7 +33,7 @@ struct Findings {
 
 using Since = std::optional<std::string>;
 
-void lookForOpen(Findings& findings, const LogReader& reader, const Since& since) {
+void lookForOpen(Condition& condition, const LogReader& reader, const Since& since) {
     std::int64_t count = 0;
     std::int64_t last = 0;
     reader.forEach({.since = since, .severities = {Severity::critical}, .open = true}, false,
@@ -42,23 +42,23 @@ void lookForOpen(Findings& findings, const LogReader& reader, const Since& since
                        return true;
                    });
     if (count != 0) {
-        findings.add(Level::critical, countText(count, "critical entry", "critical entries") +
-                                          " not acknowledged, the last #" + std::to_string(last));
+        condition.add(Level::critical, countText(count, "critical entry", "critical entries") +
+                                           " not acknowledged, the last #" + std::to_string(last));
     }
 }
 
-void lookForLosses(Findings& findings, const std::vector<zel::Loss>& losses, const Since& since) {
+void lookForLosses(Condition& condition, const std::vector<zel::Loss>& losses, const Since& since) {
     std::int64_t events = 0;
     for (const auto& loss : losses) {
         events += !since || loss.lastAt >= *since ? loss.events - loss.acknowledged : 0;
     }
     if (events > 0) {
-        findings.add(Level::critical,
-                     countText(events, "event", "events") + " lost and not acknowledged");
+        condition.add(Level::critical,
+                      countText(events, "event", "events") + " lost and not acknowledged");
     }
 }
 
-void lookForSalvaged(Findings& findings, const LogReader& reader, const Since& since) {
+void lookForSalvaged(Condition& condition, const LogReader& reader, const Since& since) {
     bool found = false;
     reader.forEach({.since = since, .open = true, .also = &LogEntry::salvaged}, false,
                    [&found](const LogEntry& /*entry*/) {
@@ -66,11 +66,11 @@ void lookForSalvaged(Findings& findings, const LogReader& reader, const Since& s
                        return false;
                    });
     if (found) {
-        findings.add(Level::warning, "salvaged entries not acknowledged");
+        condition.add(Level::warning, "salvaged entries not acknowledged");
     }
 }
 
-void lookAround(Findings& findings, const std::string& path, const Since& since) {
+void lookAround(Condition& condition, const std::string& path, const Since& since) {
     const auto beside = lookBeside(path);
     // Their names end with the time, without what stands between its digits.
     auto earliest = since.value_or("");
@@ -80,78 +80,78 @@ void lookAround(Findings& findings, const std::string& path, const Since& since)
                                          return name.substr(name.rfind('-') + 1) >= earliest;
                                      });
     if (count != 0) {
-        findings.add(Level::warning,
-                     countText(count, "damaged database", "damaged databases") + " set aside");
+        condition.add(Level::warning,
+                      countText(count, "damaged database", "damaged databases") + " set aside");
     }
     if (beside.waiting) {
-        findings.add(Level::warning, "events wait for the database");
+        condition.add(Level::warning, "events wait for the database");
     }
 }
 
-void look(Findings& findings, const Log& log, const Since& since) {
+void look(Condition& condition, const Log& log, const Since& since) {
     const auto reader = log.open();
-    lookAround(findings, log.path(), since);
+    lookAround(condition, log.path(), since);
     if (!reader) {
         return;
     }
     const auto health = reader->health();
     const auto cap = platform::zelMaxEntries;
-    findings.entries = health.entries;
-    lookForOpen(findings, *reader, since);
-    lookForLosses(findings, health.losses, since);
+    condition.entries = health.entries;
+    lookForOpen(condition, *reader, since);
+    lookForLosses(condition, health.losses, since);
     if (health.salvaged != 0) {
-        lookForSalvaged(findings, *reader, since);
+        lookForSalvaged(condition, *reader, since);
     }
     if (health.entries >= cap - cap / 10) {
-        findings.add(Level::warning, std::to_string(health.entries) + " of at most " +
-                                         std::to_string(cap) + " entries");
+        condition.add(Level::warning, std::to_string(health.entries) + " of at most " +
+                                          std::to_string(cap) + " entries");
     }
 }
 
 /** What keeps a monitor from knowing is a finding, too. */
-Findings findingsOf(const Log& log, const Arguments& arguments) {
-    Findings findings;
+Condition conditionOf(const Log& log, const Arguments& arguments) {
+    Condition condition;
     try {
-        look(findings, log, timeOf(arguments, "since", false));
+        look(condition, log, timeOf(arguments, "since", false));
     } catch (const zel::SqliteError& error) {
         const bool damaged = error.code() == SQLITE_CORRUPT;
-        findings.add(damaged ? Level::critical : Level::unknown, error.what());
+        condition.add(damaged ? Level::critical : Level::unknown, error.what());
     } catch (const zel::Unreadable& problem) {
-        findings.add(problem.isDamage() ? Level::critical : Level::unknown, problem.what());
+        condition.add(problem.isDamage() ? Level::critical : Level::unknown, problem.what());
     } catch (const Failure& failure) {
-        findings.add(Level::unknown, failure.what());
+        condition.add(Level::unknown, failure.what());
     }
-    return findings;
+    return condition;
 }
 
-std::string textOf(const Findings& findings) {
-    std::string text = wordOf(findings.level);
+std::string textOf(const Condition& condition) {
+    std::string text = wordOf(condition.level);
     std::transform(text.begin(), text.end(), text.begin(),
                    [](char c) { return static_cast<char>(c - 'a' + 'A'); });
     text += ": ";
-    for (const auto& problem : findings.problems) {
+    for (const auto& problem : condition.problems) {
         text += (text.ends_with(": ") ? "" : "; ") + harmless(problem);
     }
-    return findings.problems.empty() ? text + countText(findings.entries, "entry", "entries")
-                                     : text;
+    return condition.problems.empty() ? text + countText(condition.entries, "entry", "entries")
+                                      : text;
 }
 
 } // namespace
 
 Exit check(const Log& log, const Arguments& arguments) {
     const auto form = formOf(arguments);
-    const auto findings = findingsOf(log, arguments);
+    const auto condition = conditionOf(log, arguments);
     if (form == Form::text) {
-        putLine(textOf(findings));
+        putLine(textOf(condition));
     } else {
         Json::Value object;
-        object["status"] = wordOf(findings.level);
+        object["status"] = wordOf(condition.level);
         object["database"] = log.path();
-        object["entries"] = Json::Int64{findings.entries};
-        object["problems"] = toJson(findings.problems);
+        object["entries"] = Json::Int64{condition.entries};
+        object["problems"] = toJson(condition.problems);
         Records{form}.put(object);
     }
-    return static_cast<Exit>(findings.level);
+    return static_cast<Exit>(condition.level);
 }
 
 } // namespace tavrisk::tools

@@ -22,7 +22,7 @@ namespace {
 using std::chrono::seconds;
 
 // A submission may have waited for the database, and the clock may be put right meanwhile.
-constexpr seconds longestDelay{60};
+constexpr seconds longestWait{60};
 constexpr seconds clockSlack{30};
 
 /** Message, severity and device: what tells entries apart. */
@@ -106,7 +106,7 @@ public:
     bool hasEntryOf(const Candidate& candidate) {
         auto& times = entries_[candidate.kind];
         const auto entry = times.lower_bound(candidate.kept - clockSlack);
-        if (entry == times.end() || *entry > candidate.kept + longestDelay + clockSlack) {
+        if (entry == times.end() || *entry > candidate.kept + longestWait + clockSlack) {
             return false;
         }
         times.erase(entry);
@@ -117,7 +117,7 @@ public:
         if (!doubt_.empty()) {
             return doubt_;
         }
-        if (kept > secondsOf(now()) - longestDelay - clockSlack) {
+        if (kept > secondsOf(now()) - longestWait - clockSlack) {
             return "it may still be on its way";
         }
         return kept <= certainFrom_ ? "older than the boot, the last clearing or change of the "
@@ -159,7 +159,7 @@ std::vector<Candidate> missing(const Log& log) {
     return without;
 }
 
-Json::Value toJson(const Candidate& candidate) {
+Json::Value jsonOf(const Candidate& candidate) {
     const auto& [messageId, severity, device] = candidate.kind;
     Json::Value object;
     object["path"] = candidate.path;
@@ -201,7 +201,7 @@ Exit recover(const Log& log, const Arguments& arguments) {
         } else if (form == Form::text) {
             putText(style, candidate);
         } else {
-            records.put(toJson(candidate));
+            records.put(jsonOf(candidate));
         }
     }
     return Exit::done;

@@ -48,7 +48,7 @@ void lookForTheRest(Findings& findings, const std::string& path, bool lacksLog,
     }
 }
 
-Findings check(const std::string& path) {
+Findings examine(const std::string& path) {
     Findings findings;
     try {
         const bool lacksLog = lacksItsLog(path); // Before it is opened: that may make one.
@@ -73,12 +73,12 @@ Findings check(const std::string& path) {
     return findings;
 }
 
-Json::Value toJson(const std::string& path, const Findings& findings) {
+Json::Value jsonOf(const std::string& path, const Findings& findings) {
     Json::Value value{Json::objectValue};
     value["database"] = path;
     value["ok"] = findings.problems.empty();
     value["entries"] = Json::Int64{findings.entries};
-    value["problems"] = tools::toJson(findings.problems);
+    value["problems"] = toJson(findings.problems);
     value["advice"] = findings.advice.empty() ? Json::Value{} : Json::Value{findings.advice};
     return value;
 }
@@ -88,9 +88,9 @@ Json::Value toJson(const std::string& path, const Findings& findings) {
 Exit verify(const Log& log, const Arguments& arguments) {
     const auto form = formOf(arguments);
     const bool missing = log.isYetToCome();
-    const auto findings = missing ? Findings{} : check(log.path());
+    const auto findings = missing ? Findings{} : examine(log.path());
     if (form != Form::text) {
-        Records{form}.put(toJson(log.path(), findings));
+        Records{form}.put(jsonOf(log.path(), findings));
     } else if (findings.problems.empty()) {
         putLine(harmless(log.path()) +
                 (missing ? ": no entry yet"
