@@ -98,6 +98,16 @@ TEST_F(Zelctl, CombinesItsFilters) {
     }
 }
 
+TEST_F(Zelctl, TellsOfAClockThatWasNotSet) {
+    tavrisk::zel::Connection{path, SQLITE_OPEN_READWRITE}.execute(
+        "UPDATE entries SET time = '1970-01-01T00:00:12.345Z', since_boot = 12345"
+        " WHERE sequence = 4");
+    EXPECT_THAT(outputOf("list --id HMC0003"), AllOf(HasSubstr("4  boot+0:00:12.345     other "),
+                                                     HasSubstr("not set for 1 entry")));
+    EXPECT_THAT(outputOf("list --since today"), HasSubstr("may be of that time as well"));
+    EXPECT_EQ(outputOf("list --since today --severity critical"), "");
+}
+
 TEST_F(Zelctl, TakesTimesAsPeopleWriteThem) {
     using namespace std::chrono;
     const auto now = floor<milliseconds>(system_clock::now());
@@ -152,6 +162,12 @@ TEST_F(Zelctl, ReadsALogOfManyPages) {
         "bySeverity": {"critical": 1199, "warning": 0, "other": 0},
         "byMessageId": [{"messageId": "HMC0006", "count": 1199}],
         "byDevice": [{"device": "GPU7", "count": 1199}]})"));
+    // What it says beside the entries: only of what might have been among them.
+    EXPECT_EQ(outputOf("list -n 5 >/dev/null"), "");
+    EXPECT_EQ(outputOf("list --device GPU0 --after 6 >/dev/null"), "");
+    EXPECT_THAT(outputOf("list --id HMC0006 >/dev/null"), HasSubstr("cap, up to #6 of 2025-01-05"));
+    EXPECT_THAT(outputOf("follow --after 3 -n1 >/dev/null"),
+                HasSubstr("1 of the entries 4 to 120"));
 }
 
 TEST_F(Zelctl, WrapsAMessageWithoutLosingACharacter) {

@@ -8,6 +8,8 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <utility>
+#include <vector>
 
 namespace tavrisk::tools {
 namespace {
@@ -35,43 +37,57 @@ const char* wordOf(zel::Acknowledged result) {
     return "there is no such entry";
 }
 
+Json::Value jsonOf(std::int64_t sequence, zel::Acknowledged result) {
+    Json::Value object;
+    object["sequence"] = Json::Int64{sequence};
+    object["result"] = wordOf(result);
+    return object;
+}
+
+using Results = std::vector<std::pair<std::int64_t, zel::Acknowledged>>;
+
+/** All of it at once, and before anything is told: whoever reads slowly shall not hold up events.
+ */
+Results acknowledge(const Log& log, const Arguments& arguments, const Results& wanted) {
+    zel::Acknowledger acknowledger{log.path(), userName(), arguments.value("note").value_or("")};
+    auto results = wanted;
+    for (auto& [sequence, result] : results) {
+        result = acknowledger.acknowledge(sequence);
+    }
+    if (arguments.has("losses")) {
+        acknowledger.acknowledgeLosses();
+    }
+    acknowledger.commit();
+    return results;
+}
+
 } // namespace
 
 Exit ack(const Log& log, const Arguments& arguments) {
-    std::vector<std::int64_t> sequences;
+    Results wanted;
     for (const auto& text : arguments.operands) {
-        sequences.push_back(toNumber("SEQ", text, 1));
+        wanted.emplace_back(toNumber("SEQ", text, 1), zel::Acknowledged::missing);
     }
-    const bool losses = arguments.has("losses");
-    if (sequences.empty() && !losses) {
+    if (wanted.empty() && !arguments.has("losses")) {
         failUsage("ack needs SEQ... or --losses");
     }
+    const auto form = formOf(arguments);
     if (!log.open()) {
         throw Failure{Exit::failed, "there are no entries yet"};
     }
-    const auto form = formOf(arguments);
-    Records records{form};
     auto status = Exit::done;
-    zel::Acknowledger acknowledger{log.path(), userName(), arguments.value("note").value_or("")};
-    for (const auto sequence : sequences) {
-        const auto result = acknowledger.acknowledge(sequence);
-        if (result == zel::Acknowledged::missing) {
-            status = Exit::failed;
-        }
+    Records records{form};
+    for (const auto& [sequence, result] : acknowledge(log, arguments, wanted)) {
         if (form == Form::text) {
             putLine("#" + std::to_string(sequence) + ": " + wordOf(result));
-            continue;
+        } else {
+            records.put(jsonOf(sequence, result));
         }
-        Json::Value object;
-        object["sequence"] = Json::Int64{sequence};
-        object["result"] = wordOf(result);
-        records.put(object);
+        status = result == zel::Acknowledged::missing ? Exit::failed : status;
     }
-    if (losses) {
-        acknowledger.acknowledgeLosses();
-        form == Form::text ? putLine("losses: acknowledged") : void();
+    if (arguments.has("losses") && form == Form::text) {
+        putLine("losses: acknowledged");
     }
-    acknowledger.commit();
     return status;
 }
 
