@@ -148,7 +148,7 @@ Exit check(const Log& log, const Arguments& arguments) {
         object["status"] = wordOf(condition.level);
         object["database"] = log.path();
         object["entries"] = Json::Int64{condition.entries};
-        object["problems"] = toJson(condition.problems);
+        object["problems"] = tools::toJson(condition.problems);
         Records{form}.put(object);
     }
     return static_cast<Exit>(condition.level);

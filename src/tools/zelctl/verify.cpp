@@ -78,7 +78,7 @@ Json::Value jsonOf(const std::string& path, const Findings& findings) {
     value["database"] = path;
     value["ok"] = findings.problems.empty();
     value["entries"] = Json::Int64{findings.entries};
-    value["problems"] = toJson(findings.problems);
+    value["problems"] = tools::toJson(findings.problems);
     value["advice"] = findings.advice.empty() ? Json::Value{} : Json::Value{findings.advice};
     return value;
 }
