@@ -291,6 +291,17 @@ void damageThePages() {
     writeFile(path, text);
 }
 
+/** A file of waiting events, of which the first is of the generation that waits, or of one before.
+ */
+void spill(char generation) {
+    std::string text(4112, '\0');
+    text.replace(512, 8, "zelspil1"); // the second place for the header, the first being void
+    text[520] = text[528] = 2;
+    text[4104] = 1;
+    text[4108] = generation;
+    writeFile(path + ".spill", text);
+}
+
 TEST_F(Zelctl, TellsMonitorsHowThingsAre) {
     const struct {
         void (*change)();
@@ -310,6 +321,8 @@ TEST_F(Zelctl, TellsMonitorsHowThingsAre) {
         {[] { writeFile(path + ".damaged-20250103T100000.000Z", ""); }, "--since 2025-01-03", 1,
          "WARNING: 1 damaged database set aside; salvaged entries not acknowledged\n"},
         {[] { run("ack 3 4 5"); }, "--since 2025-01-04", 0, "OK: 5 entries\n"},
+        {[] { spill(2); }, "--since 2025-01-04", 1, "WARNING: events wait for the database\n"},
+        {[] { spill(1); }, "--since 2025-01-04", 0, "OK: 5 entries\n"},
         {[] { execute("PRAGMA user_version = 9"); }, "", 3, "UNKNOWN: "},
         {[] { execute("PRAGMA user_version = 3"); }, "--since never", 3, "UNKNOWN: --since takes"},
         {[] { damageThePages(); }, "", 2, "CRITICAL: "},

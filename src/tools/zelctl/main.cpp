@@ -61,9 +61,9 @@ constexpr std::array commands{
         "since until severity id not-id device not-device grep after boot open limit reverse json "
         "output db",
         "show new entries as they come, until interrupted",
-        "With --since or --after, those that are there come first. --after=SEQ goes on where\n"
-        "another run has ended: SEQ is the sequence number it printed last. No entry is lost or\n"
-        "repeated. For TIME see 'zelctl --help'.\n",
+        "With --since or --after, those that are there come first. --after=SEQ goes on\n"
+        "where another run has ended: SEQ is the sequence number it printed last. No\n"
+        "entry is lost or repeated. For TIME see 'zelctl --help'.\n",
         on<follow>},
     CommandRow{"show", "SEQ", 1, 1, "json output no-pager db",
                "show one entry whole, and the file it came from", "SEQ is its sequence number.\n",
@@ -74,13 +74,13 @@ constexpr std::array commands{
     CommandRow{"stats", "", 0, 0,
                "since until severity id not-id device not-device grep after boot open json output "
                "no-pager db",
-               "show the health of the log, how many entries of what, and when", timeNotes,
+               "show the log's health, how many entries of what, and when", timeNotes,
                on<stats, Paged::yes>},
     CommandRow{"check", "", 0, 0, "since json output db",
                "tell a monitor in one line how things are",
                "Exit status: 0 well; 1 warning: salvaged entries, a database set aside, events\n"
-               "that wait, or a log nine tenths full; 2 critical: critical entries or losses that\n"
-               "nobody has acknowledged; 3 unknown. For TIME see 'zelctl --help'.\n",
+               "that wait, or a log nine tenths full; 2 critical: critical entries or losses\n"
+               "that nobody has acknowledged; 3 unknown. For TIME see 'zelctl --help'.\n",
                on<check>},
     CommandRow{"verify", "", 0, 0, "json output db", "check the database", "", on<verify>},
     CommandRow{"backup", "FILE", 1, 1, "db", "copy the log, whole, while it is written",
