@@ -203,7 +203,7 @@ std::vector<LogEntry> LogReader::page(const Filter& filter, bool oldestFirst, st
     query.bind(6, ids);
     query.bind(7, otherThanIds);
     bindText(8, filter.bootId);
-    query.bind(9, std::int64_t{filter.open});
+    query.bind(9, std::int64_t{filter.open ? 1 : 0});
     std::vector<LogEntry> entries;
     while (query.step()) {
         entries.push_back(entryOf(query));

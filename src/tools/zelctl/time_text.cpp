@@ -203,14 +203,15 @@ std::string formatted(const std::tm& parts, const char* format) {
 }
 
 std::optional<seconds> unitOf(std::string_view word) {
-    const struct {
+    struct Unit {
         std::array<std::string_view, 5> words;
         seconds length;
-    } units[]{{{"w", "week", "weeks"}, weeks{1}},
-              {{"d", "day", "days"}, days{1}},
-              {{"h", "hour", "hours"}, hours{1}},
-              {{"m", "min", "mins", "minute", "minutes"}, minutes{1}},
-              {{"s", "sec", "secs", "second", "seconds"}, seconds{1}}};
+    };
+    constexpr std::array units{Unit{{"w", "week", "weeks"}, weeks{1}},
+                               Unit{{"d", "day", "days"}, days{1}},
+                               Unit{{"h", "hour", "hours"}, hours{1}},
+                               Unit{{"m", "min", "mins", "minute", "minutes"}, minutes{1}},
+                               Unit{{"s", "sec", "secs", "second", "seconds"}, seconds{1}}};
     for (const auto& unit : units) {
         if (!word.empty() &&
             std::find(unit.words.begin(), unit.words.end(), word) != unit.words.end()) {
