@@ -3,7 +3,7 @@
 # shellcheck shell=sh
 
 # What is shown is there soon: nothing that is only for later, and nothing that takes time.
-build_to_show() { build demo -Dbuildtype=plain -Doptimization=0; }
+build_to_show() { build demo -Dbuildtype=plain -Doptimization=0 -Dunity=on -Dunity_size=99; }
 
 # wait_until COMMAND...: true as soon as the command succeeds, false when it does not within 10 s.
 wait_until() {

@@ -140,6 +140,14 @@ writes_to_the_journal() {
     echo "$lines lines"
 }
 
+# Its device has a name that is too long for the event log.
+counts_a_lost_event() {
+  sed "s/GPU_3_TEMP_0/$(seq -s - 400)/" events/event6-above-upper-critical.json >/tmp/refused.json
+  as member tavriskctl log /tmp/refused.json && eventually tells_of_a_lost_event &&
+    tavriskctl status | grep '^lost events'
+}
+tells_of_a_lost_event() { tavriskctl status | grep -q '^  refused by the event log  1$'; }
+
 # Who may what
 
 shows_itself_to_all() {
@@ -349,6 +357,7 @@ check "SaveAndClearCache saves and clears" saves_and_clears
 check "The retention program keeps the tree in limits" polices_the_tree
 check "A full tree is refused, and the daemon lives" is_full_and_lives
 check "Its lines are in the journal" writes_to_the_journal
+check "A lost event is counted from the journal" counts_a_lost_event
 check "Everyone may look" shows_itself_to_all
 check "Log: refused outside the group" refuses outsider log events/event6-above-upper-critical.json
 check "Save: refused outside the group" refuses outsider save x README.md

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "records/severity.hpp"
+#include "contract/severity.hpp"
 
 #include <cstdint>
 #include <optional>

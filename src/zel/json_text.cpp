@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zel/json_text.hpp"
 
+#include "text/hex.hpp"
 #include "text/utf8.hpp"
 
-#include <array>
+#include <cstdint>
 
 namespace tavrisk::zel {
 namespace {
@@ -22,11 +23,10 @@ void forEachCharacter(std::string_view text, Consumer consume) {
 void appendQuoted(std::string& json, std::string_view text) {
     json += '"';
     forEachCharacter(text, [&json](const text::Character& character, std::string_view utf8) {
-        constexpr std::string_view hex = "0123456789abcdef";
         if (character.valid && character.isControl()) {
             json += "\\u00";
-            json += hex[character.codePoint >> 4U];
-            json += hex[character.codePoint & 0xfU];
+            const auto pair = text::hexPair(static_cast<std::uint8_t>(character.codePoint));
+            json.append(pair.data(), pair.size());
             return;
         }
         if (utf8 == "\"" || utf8 == "\\") {

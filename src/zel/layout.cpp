@@ -57,11 +57,7 @@ constexpr std::array schemaSteps{
     "PRAGMA user_version = 3",
 };
 
-} // namespace
-
-const std::int64_t schemaVersion = schemaSteps.size();
-
-std::int64_t checkedSchemaVersion(const Connection& connection) {
+std::int64_t versionOf(const Connection& connection, bool looksAtPages) {
     try {
         // One view of the whole: another process may be making the tables right now.
         const Transaction view{connection, Transaction::Kind::read};
@@ -72,7 +68,7 @@ std::int64_t checkedSchemaVersion(const Connection& connection) {
         const bool foreign =
             version < 0 ||
             (version == 0 && connection.queryInteger("SELECT count(*) FROM sqlite_schema") != 0);
-        if (foreign || connection.queryText("PRAGMA quick_check(1)") != "ok") {
+        if (foreign || (looksAtPages && connection.queryText("PRAGMA quick_check(1)") != "ok")) {
             throw Refused{Refused::Reason::damaged};
         }
         // Tables of other names or columns do not let themselves be asked for these.
@@ -99,6 +95,18 @@ std::int64_t checkedSchemaVersion(const Connection& connection) {
         }
         throw;
     }
+}
+
+} // namespace
+
+const std::int64_t schemaVersion = schemaSteps.size();
+
+std::int64_t schemaVersionOf(const Connection& connection) {
+    return versionOf(connection, false);
+}
+
+std::int64_t checkedSchemaVersion(const Connection& connection) {
+    return versionOf(connection, true);
 }
 
 void climb(const Connection& connection) {

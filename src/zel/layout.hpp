@@ -27,8 +27,12 @@ private:
 /** The layout this version writes; `PRAGMA user_version` holds the layout of a database. */
 extern const std::int64_t schemaVersion;
 
-/** The layout of an open database, 0 for an empty one. Raises Refused for a later layout, for a
- *  database of something else and for one whose pages do not hold together. */
+/** The layout of an open database, 0 for an empty one. Raises Refused for a later layout and for a
+ *  database of something else. Reads no more than it must: damaged pages show when they are read.
+ */
+std::int64_t schemaVersionOf(const Connection& connection);
+
+/** The same after a look at all pages: Refused also says that they do not hold together. */
 std::int64_t checkedSchemaVersion(const Connection& connection);
 
 /** Brings a database that has been checked up to the layout this version writes. */

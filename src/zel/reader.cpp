@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zel/reader.hpp"
 
+#include "text/hex.hpp"
 #include "zel/layout.hpp"
+#include "zel/reading.hpp"
 
-#include <json/reader.h>
-#include <json/value.h>
-
-#include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -23,45 +21,24 @@
 namespace tavrisk::zel {
 namespace {
 
-constexpr std::chrono::seconds patience{5};
-constexpr int pageSize = 500;
-
-/** Whether an error may come from another process that is just making, or recovering, the database:
- *  a reader without the right to help finds files missing, or is told that it may only read. */
-bool mayPass(const SqliteError& error) {
-    const auto code = error.code();
-    return code == SQLITE_BUSY || code == SQLITE_READONLY || code == SQLITE_PROTOCOL ||
-           code == SQLITE_CANTOPEN;
-}
-
-template <typename Read>
-auto patiently(Read read) {
-    return retryUntil(std::chrono::steady_clock::now() + patience, std::chrono::milliseconds{20},
-                      mayPass, read);
-}
-
 bool exists(const std::string& path) {
     return access(path.c_str(), F_OK) == 0;
 }
 
 /** The path as a URI that tells SQLite that nobody writes to the file. */
 std::string immutableUri(const std::string& path) {
-    constexpr std::string_view hex = "0123456789ABCDEF";
     std::string uri = "file:";
     for (const char c : path) {
-        const auto byte = static_cast<unsigned char>(c);
-        uri += {'%', hex[byte >> 4U], hex[byte & 0xfU]};
+        const auto pair = text::hexPair(static_cast<std::uint8_t>(c));
+        uri.append("%").append(pair.data(), pair.size());
     }
     return uri + "?immutable=1";
 }
 
-/** A reader must make the files of the write-ahead log unless they are there. Where it may not,
- *  nobody is writing, or they would be there: the database can be read as it stands. */
+/** Without its write-ahead log nobody is writing, or it would be there: the database can be read as
+ *  it stands, also where a reader may not make files, and no file appears beside a lone copy. */
 bool mustBeReadAsItStands(const std::string& path) {
-    const auto directory = path.find('/') == std::string::npos
-                               ? std::string{"."}
-                               : path.substr(0, path.rfind('/') + 1);
-    return !exists(path + "-wal") && access(directory.c_str(), W_OK) != 0;
+    return !exists(path + "-wal") && !exists(path + "-journal");
 }
 
 /** Whoever opens the database first restores the write-ahead log and keeps writers waiting for that
@@ -99,41 +76,47 @@ Connection connect(const std::string& path, bool immutable) {
     return connection;
 }
 
-/** The strings of a JSON array; nothing when there is something else. */
-std::optional<std::vector<std::string>> parseArguments(const std::string& json) {
-    try {
-        Json::Value root;
-        const std::unique_ptr<Json::CharReader> reader{Json::CharReaderBuilder{}.newCharReader()};
-        if (reader->parse(json.data(), json.data() + json.size(), &root, nullptr) &&
-            root.isArray()) {
-            std::vector<std::string> arguments;
-            for (const auto& element : root) {
-                arguments.push_back(element.asString());
-            }
-            return arguments;
-        }
-    } catch (const std::exception&) { // Nested too deeply, or no strings.
-    }
-    return std::nullopt;
+/** The entries, with what an older layout does not have. */
+const char* entriesOf(std::int64_t schemaVersion) {
+    return schemaVersion >= 3
+               ? "entries"
+               : "(SELECT *, NULL AS boot_id, NULL AS since_boot, 0 AS salvaged, NULL AS"
+                 " acknowledged_by, NULL AS acknowledged_at, NULL AS acknowledgement_note"
+                 " FROM entries)";
 }
 
-bool contains(std::string_view text, std::string_view part) {
-    return std::search(text.begin(), text.end(), part.begin(), part.end(),
-                       [](char a, char b) { return strncasecmp(&a, &b, 1) == 0; }) != text.end();
+LogEntry entryOf(const Statement& row) {
+    LogEntry entry{row.integer(0), row.text(1), row.text(2), row.integer(3),
+                   parseArguments(row.text(4)).value_or(std::vector{row.text(4)})};
+    entry.bootId = row.text(5);
+    if (!row.isNull(6)) {
+        entry.sinceBoot = std::chrono::milliseconds{row.integer(6)};
+    }
+    entry.salvaged = row.integer(7) != 0;
+    if (!row.isNull(9)) {
+        entry.acknowledgement = {row.text(8), row.text(9), row.text(10)};
+    }
+    return entry;
+}
+
+/** For SQL to look through: each with a line end on either side. */
+std::string listOf(const std::vector<std::string>& texts) {
+    std::string list;
+    for (const auto& text : texts) {
+        list += "\n" + text + "\n";
+    }
+    return list;
+}
+
+std::int64_t bitsOf(const std::set<Severity>& severities) {
+    std::int64_t bits = 0;
+    for (const auto severity : severities) {
+        bits |= std::int64_t{1} << code(severity);
+    }
+    return bits;
 }
 
 } // namespace
-
-const char* name(Severity severity) {
-    return severity == Severity::critical  ? "critical"
-           : severity == Severity::warning ? "warning"
-                                           : "other";
-}
-
-Severity LogEntry::severity() const {
-    return severityCode == 1 || severityCode == 2 ? static_cast<Severity>(severityCode)
-                                                  : Severity::other;
-}
 
 const std::string& LogEntry::device() const {
     static const std::string none;
@@ -143,7 +126,7 @@ const std::string& LogEntry::device() const {
 LogReader::LogReader(const std::string& path, bool immutable)
     : immutable_{immutable},
       connection_{connect(path, immutable)},
-      schemaVersion_{checkedSchemaVersion(connection_)} {}
+      schemaVersion_{schemaVersionOf(connection_)} {}
 
 LogReader LogReader::open(const std::string& path) {
     try {
@@ -152,44 +135,18 @@ LogReader LogReader::open(const std::string& path) {
             return LogReader{path, mustBeReadAsItStands(path)};
         });
     } catch (const Refused& refused) {
+        const bool newer = refused.reason() == Refused::Reason::newer;
         throw Unreadable{path +
-                         (refused.reason() == Refused::Reason::newer
-                              ? " was written by a later version of this program"
-                              : " is damaged, or no event log") +
-                         "; it is left as it is"};
+                             (newer ? " was written by a later version of this program"
+                                    : " is damaged, or no event log") +
+                             "; it is left as it is",
+                         !newer};
     } catch (const SqliteError& error) {
         throw Unreadable{path + " cannot be read: " + error.what() +
                          (exists(path + "-wal") && !exists(path + "-shm")
                               ? "; its -shm file is missing, and cannot be made beside it"
                               : "")};
     }
-}
-
-Health LogReader::health() const {
-    return patiently([this] {
-        const Transaction view{connection_, Transaction::Kind::read};
-        Health health{};
-        health.schemaVersion = schemaVersion_;
-        if (schemaVersion_ == 0) { // an empty file, about to be laid out
-            return health;
-        }
-        Statement entries{connection_, "SELECT count(*), min(sequence), max(sequence),"
-                                       " (SELECT max(seq) FROM sqlite_sequence) FROM entries"};
-        entries.step();
-        health.entries = entries.integer(0);
-        health.first = entries.integer(1);
-        health.last = entries.integer(2);
-        health.highest = entries.integer(3);
-        if (schemaVersion_ >= 2) {
-            Statement state{connection_, "SELECT dropped, last_clear FROM state"};
-            state.step();
-            health.dropped = state.integer(0);
-            if (auto time = state.text(1); !time.empty()) {
-                health.lastClear = std::move(time);
-            }
-        }
-        return health;
-    });
 }
 
 void LogReader::forEach(const Filter& filter, bool oldestFirst,
@@ -199,34 +156,36 @@ void LogReader::forEach(const Filter& filter, bool oldestFirst,
     }
     std::int64_t beyond =
         oldestFirst ? filter.after.value_or(0) : std::numeric_limits<std::int64_t>::max();
-    for (;;) {
-        const auto entries = patiently([&] { return page(filter, oldestFirst, beyond); });
+    // Few at first, for who wants few.
+    for (std::size_t size = 32;; size = std::min<std::size_t>(size * 4, 512)) {
+        const auto entries = patiently([&] { return page(filter, oldestFirst, beyond, size); });
         for (const auto& entry : entries) {
-            if (!filter.device || contains(entry.device(), *filter.device)) {
-                if (!take(entry)) {
-                    return;
-                }
+            if ((!filter.also || filter.also(entry)) && !take(entry)) {
+                return;
             }
         }
-        if (entries.size() < pageSize) {
+        if (entries.size() < size) {
             return;
         }
         beyond = entries.back().sequence;
     }
 }
 
-std::vector<LogEntry> LogReader::page(const Filter& filter, bool oldestFirst,
-                                      std::int64_t beyond) const {
+std::vector<LogEntry> LogReader::page(const Filter& filter, bool oldestFirst, std::int64_t beyond,
+                                      std::size_t size) const {
     Statement query{
         connection_,
-        std::string{"SELECT sequence, time, message_id, severity, arguments FROM entries"
-                    " WHERE sequence "} +
+        std::string{"SELECT sequence, time, message_id, severity, arguments, boot_id, since_boot,"
+                    " salvaged, acknowledged_by, acknowledged_at, acknowledgement_note FROM "} +
+            entriesOf(schemaVersion_) + " WHERE sequence " +
             (oldestFirst ? "> ?1" : "< ?1 AND sequence > ?2") +
             " AND (?3 IS NULL OR time >= ?3) AND (?4 IS NULL OR time <= ?4)"
-            " AND (?5 IS NULL OR message_id = ?5 COLLATE NOCASE)"
-            " AND (?6 IS NULL OR CASE WHEN severity IN (1, 2) THEN severity ELSE 3 END = ?6)"
+            " AND (?5 = 0 OR ?5 >> CASE WHEN severity IN (1, 2) THEN severity ELSE 3 END & 1)"
+            " AND (?6 = '' OR instr(?6, char(10) || message_id || char(10)))"
+            " AND (?7 = '' OR NOT instr(?7, char(10) || message_id || char(10)))"
+            " AND (?8 IS NULL OR boot_id = ?8) AND (NOT ?9 OR acknowledged_at IS NULL)"
             " ORDER BY sequence " +
-            (oldestFirst ? "ASC" : "DESC") + " LIMIT " + std::to_string(pageSize)};
+            (oldestFirst ? "ASC" : "DESC") + " LIMIT " + std::to_string(size)};
     query.bind(1, beyond);
     if (!oldestFirst) {
         query.bind(2, filter.after.value_or(0));
@@ -236,16 +195,18 @@ std::vector<LogEntry> LogReader::page(const Filter& filter, bool oldestFirst,
             query.bind(parameter, *text);
         }
     };
+    const auto ids = listOf(filter.messageIds);
+    const auto otherThanIds = listOf(filter.otherThanIds);
     bindText(3, filter.since);
     bindText(4, filter.until);
-    bindText(5, filter.messageId);
-    if (filter.severity) {
-        query.bind(6, static_cast<std::int64_t>(*filter.severity));
-    }
+    query.bind(5, bitsOf(filter.severities));
+    query.bind(6, ids);
+    query.bind(7, otherThanIds);
+    bindText(8, filter.bootId);
+    query.bind(9, std::int64_t{filter.open ? 1 : 0});
     std::vector<LogEntry> entries;
     while (query.step()) {
-        entries.push_back({query.integer(0), query.text(1), query.text(2), query.integer(3),
-                           parseArguments(query.text(4)).value_or(std::vector{query.text(4)})});
+        entries.push_back(entryOf(query));
     }
     return entries;
 }
@@ -261,48 +222,6 @@ std::optional<LogEntry> LogReader::find(std::int64_t sequence) const {
         return false;
     });
     return found;
-}
-
-std::vector<std::string> LogReader::findDamage() const {
-    return patiently([this] {
-        std::vector<std::string> damage;
-        Statement check{connection_, "PRAGMA integrity_check"};
-        while (check.step()) {
-            if (auto finding = check.text(0); finding != "ok") {
-                damage.push_back(std::move(finding));
-            }
-        }
-        if (schemaVersion_ != 0) {
-            // Later layouts know how many numbers have no entry any more.
-            const auto missing = connection_.queryInteger(
-                schemaVersion_ >= 3 ? "SELECT coalesce((SELECT max(seq) FROM sqlite_sequence), 0) -"
-                                      " (SELECT count(*) FROM entries) - gone FROM state"
-                                    : "SELECT max(sequence) - min(sequence) + 1 - count(*)"
-                                      " FROM entries");
-            if (missing > 0) {
-                damage.push_back(std::to_string(missing) +
-                                 " entries are missing that were neither dropped nor cleared");
-            }
-            findDamagedEntries(damage);
-        }
-        if (schemaVersion_ >= 2 && connection_.queryInteger("SELECT count(*) FROM state") != 1) {
-            damage.emplace_back("the count of dropped entries and the last clearing are missing");
-        }
-        return damage;
-    });
-}
-
-void LogReader::findDamagedEntries(std::vector<std::string>& damage) const {
-    if (connection_.queryInteger("SELECT coalesce((SELECT max(sequence) FROM entries), 0) >"
-                                 " coalesce((SELECT max(seq) FROM sqlite_sequence), 0)") != 0) {
-        damage.emplace_back("the last sequence number is not remembered and would be used again");
-    }
-    Statement entries{connection_, "SELECT sequence, arguments FROM entries"};
-    while (entries.step()) {
-        if (!parseArguments(entries.text(1))) {
-            damage.push_back("entry " + entries.text(0) + " has no list of arguments");
-        }
-    }
 }
 
 bool LogReader::seesNewEntries() const {

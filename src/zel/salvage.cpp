@@ -254,7 +254,7 @@ void replaceFirstPage(const std::string& path, const std::string& made) {
     file.write(page.data(), page.size());
 }
 
-bool fillWithAnotherFirstPage(const Connection& to, const std::string& made,
+void fillWithAnotherFirstPage(const Connection& to, const std::string& made,
                               const std::string& aside, std::int64_t reserved, Salvage& salvage) {
     const auto copy = made + "-copy";
     removeWithLog(copy);
@@ -263,13 +263,11 @@ bool fillWithAnotherFirstPage(const Connection& to, const std::string& made,
         fs::copy_file(aside + "-wal", copy + "-wal");
     }
     replaceFirstPage(copy, made);
-    bool filled = false;
     try {
-        filled = fill(to, copy, reserved, salvage);
+        fill(to, copy, reserved, salvage);
     } catch (const SqliteError&) { // nothing to be read here either
     }
     removeWithLog(copy);
-    return filled;
 }
 
 void makeSalvaged(const std::string& made, const std::string& aside, std::int64_t reserved,

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zel/shares.hpp"
 
+#include "contract/severity.hpp"
 #include "zel/store.hpp"
 
 #include <functional>
@@ -38,7 +39,7 @@ void Ranking::change(std::size_t severity, Pair pair, Change body) {
 
 void Ranking::add(std::int64_t severity, std::string_view messageId, std::string_view arguments,
                   bool acknowledged, std::int64_t sequence) {
-    const auto group = static_cast<std::size_t>(severity == 1 || severity == 2 ? severity - 1 : 2);
+    const std::size_t group = code(severityOf(severity)) - 1;
     const std::hash<std::string> hash;
     change(group, hash(std::string{messageId} + '\n' + std::string{arguments}),
            [&](Places& places) { places.emplace(!acknowledged, sequence); });

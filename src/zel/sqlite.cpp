@@ -85,6 +85,10 @@ std::string Statement::text(int column) const {
             static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), column))};
 }
 
+bool Statement::isNull(int column) const {
+    return sqlite3_column_type(statement_.get(), column) == SQLITE_NULL;
+}
+
 void Statement::check(int result) const {
     if (result != SQLITE_OK) {
         throw SqliteError{result, sqlite3_errmsg(sqlite3_db_handle(statement_.get()))};

@@ -68,6 +68,7 @@ public:
 
     [[nodiscard]] std::int64_t integer(int column) const;
     [[nodiscard]] std::string text(int column) const;
+    [[nodiscard]] bool isNull(int column) const;
 
 private:
     void check(int result) const;

@@ -93,9 +93,9 @@ bool isDamaged(const Refused& refused) {
  * files: they would be lost. */
 void announce(const Connection& connection) {
     const char* const log = sqlite3_filename_wal(sqlite3_db_filename(connection.get(), "main"));
-    const int opened = open(log, O_WRONLY | O_CLOEXEC);
+    const int opened = ::open(log, O_WRONLY | O_CLOEXEC);
     if (opened >= 0) {
-        close(opened);
+        ::close(opened);
     }
 }
 

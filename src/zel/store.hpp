@@ -92,6 +92,9 @@ public:
     /** As of the last look: whether the database's own file has all entries. */
     [[nodiscard]] bool isCheckpointed() const { return guard_->isCheckpointed(); }
 
+    /** For what else there is to write, by this thread, in a transaction of its own. */
+    [[nodiscard]] const Connection& connection() const { return connection_; }
+
     /** Removes all entries; their sequence numbers are not used again. */
     void clear();
 

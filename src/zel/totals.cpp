@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zel/totals.hpp"
 
+#include "contract/severity.hpp"
 #include "text/utc_time.hpp"
 #include "zel/store.hpp"
 
@@ -26,7 +27,7 @@ void Totals::count(const Entry& entry, std::int64_t dropped) {
     device_.step();
     const auto device = device_.text(0);
     device_.reset();
-    const std::int64_t severity = entry.severity == 1 || entry.severity == 2 ? entry.severity : 3;
+    const auto severity = code(severityOf(entry.severity));
     for (auto* statement : {&add_, &insert_}) {
         statement->bind(4, dropped);
         statement->bind(5, entry.time);

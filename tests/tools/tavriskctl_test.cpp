@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <filesystem>
 #include <sstream>
 
 using ::testing::IsEmpty;
@@ -55,10 +56,14 @@ using Tavriskctl = World;
 TEST_F(Tavriskctl, SaysInOneSentenceWhatBecameOfEachRequest) {
     startDaemon();
     writeFile("/run/e", R"({"EventType":"Event"})");
+    writeFile("/run/gone", R"({"EventType":"Event"})");
     writeFile("/run/empty", "");
     writeFile("/run/33M", std::string(33U << 20U, ' '));
     expectAll({
         {"log - 2>/dev/null </run/e", 0, "standard input: accepted"},
+        {"log --remove-accepted /run/gone /run/empty", 1,
+         "/run/gone: accepted, and removed\ntavriskctl: /run/empty: refused: empty input"},
+        {"log /run/gone", 1, "tavriskctl: /run/gone: cannot be read: No such file or directory"},
         {"log /run/none /run/e", 1,
          "tavriskctl: /run/none: cannot be read: No such file or directory\n/run/e: accepted"},
         {"log /run/33M /run/e", 1,
@@ -95,7 +100,9 @@ TEST_F(Tavriskctl, ExitsWith3WhenNobodyAnswers) {
     writeFile("/run/hmc/dump/kept", std::string(2355, 'x'));
     const std::string directories = "/var/run/hmc                0 files, 0 bytes\n"
                                     "/var/run/hmc/dump           1 file, 2.3 KiB\n"
-                                    "/var/run/hmc/rawCPER        0 files, 0 bytes\n";
+                                    "/var/run/hmc/rawCPER        0 files, 0 bytes\n"
+                                    "lost events                 cannot be told: no journal that "
+                                    "you may read\n";
     expectAll({{"status", 3, directories + "tavriskctl: the daemon is not running: nobody owns"},
                {"clear", 3, "tavriskctl: data cache: the daemon is not running"}});
     startDaemon();
@@ -124,6 +131,39 @@ TEST_F(Tavriskctl, PrintsOneJsonObjectPerLine) {
     const auto unreachable = objects("--bus=unix:path=/none log README.md none");
     EXPECT_EQ(unreachable.at(0)["result"], "unreachable");
     EXPECT_EQ(unreachable.at(1)["file"], "none");
+}
+
+TEST_F(Tavriskctl, StatusCountsTheEventsThatTheJournalTellsTheLossOf) {
+    const auto losses = [] { return objects("status").at(0)["losses"]; };
+    std::filesystem::create_directories("/run/systemd/journal");
+    const Process journald{{"/lib/systemd/systemd-journald"}};
+    ASSERT_TRUE(eventually([&] { return losses()["events"] == 0; }));
+    std::filesystem::remove("/dev/log");
+    std::filesystem::create_symlink("/run/systemd/journal/dev-log", "/dev/log");
+    startDaemon();
+    Peer peer;
+    const auto data =
+        bytes(readFile(std::getenv("TAVRISK_SOURCE") +
+                       std::string{"/samples/events/event6-above-upper-critical.json"}));
+    for (const auto& [call, line] : std::vector<std::pair<const char*, const char*>>{
+             {"submit", "Failed to log OSKA"},
+             {"kelpc_initialize", "kelpc_initialize failed"},
+             {"pthread_create", "not started, rc = -1"},
+             {"submit", "Failed to log OSKA"},
+             {"none", "submitted successfully"}}) {
+        forgetRecorded();
+        fail(call, EAGAIN);
+        peer.call("Log", digest(data), data);
+        EXPECT_TRUE(waitForRecorded(line));
+        fail(call, 0);
+    }
+    // A peer that would have more counted.
+    EXPECT_EQ(peer.call("Save", "a/\nzel_wux_fault_logging_thread : event dropped", data), 1);
+
+    ASSERT_TRUE(eventually([&] { return losses()["events"] == 4; })) << losses().toStyledString();
+    EXPECT_EQ(losses()["causes"]["refused by the event log"], 2);
+    EXPECT_EQ(losses()["causes"]["refused by the data store"], 1);
+    EXPECT_EQ(losses()["causes"]["no worker to be had"], 1);
 }
 
 TEST_F(Tavriskctl, MonitorFollowsPropertiesAndNameUntilNobodyListens) {

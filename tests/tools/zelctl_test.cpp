@@ -3,6 +3,7 @@
 #include "tests/world.hpp"
 #include "text/utc_time.hpp"
 #include "zel/json_text.hpp"
+#include "zel/spill.hpp"
 #include "zel/store.hpp"
 
 #include <json/json.h>
@@ -39,7 +40,7 @@ Json::Value parsed(const std::string& json) {
 
 /** The sequence numbers of a command that prints entries. */
 std::string sequencesOf(const std::string& arguments, const std::string& with = "") {
-    std::istringstream lines{outputOf(arguments + " --json", with)};
+    std::istringstream lines{outputOf(arguments + " --json 2>/dev/null", with)};
     std::string sequences;
     for (std::string line; std::getline(lines, line);) {
         sequences += parsed(line)["sequence"].asString() + " ";
@@ -80,9 +81,57 @@ TEST_F(Zelctl, CombinesItsFilters) {
         {"list --after 1 --until 2025-01-03 --id hmc0002", "3 "},
         {"follow --since 2025-01-01 --until now --severity warning --reverse", "2 3 "},
         {"follow --after 1 --device GPU --limit 1", "2 "},
+        {"list --severity critical,other", "5 4 1 "},
+        {"list --severity warning+ --severity other --not-device gpu1 --not-device a", "5 1 "},
+        {"list --id HMC0001,hmc0005 --id HMC0003 --not-id HMC0005", "4 1 "},
+        {"list --grep UPPER", "2 "},
+        {"list --boot 0", "5 3 1 "},
+        {"list --boot -1", "4 "},
+        {"list --boot beef --open", "2 "},
+        {"list --open --until '1 week 2 days ago'", "4 3 2 1 "},
     };
+    tavrisk::zel::Connection{path, SQLITE_OPEN_READWRITE}.execute(
+        "UPDATE entries SET boot_id = 'beef' WHERE sequence = 2;"
+        "UPDATE entries SET boot_id = 'dead' WHERE sequence = 4;"
+        "UPDATE entries SET acknowledged_at = '2025-01-05T10:00:00.000Z' WHERE sequence = 5");
     for (const auto& [arguments, expected] : cases) {
         EXPECT_EQ(sequencesOf(arguments), expected) << arguments;
+    }
+}
+
+TEST_F(Zelctl, TellsOfAClockThatWasNotSet) {
+    tavrisk::zel::Connection{path, SQLITE_OPEN_READWRITE}.execute(
+        "UPDATE entries SET time = '1970-01-01T00:00:12.345Z', since_boot = 12345"
+        " WHERE sequence = 4");
+    EXPECT_THAT(outputOf("list --id HMC0003"), AllOf(HasSubstr("4  boot+0:00:12.345     other "),
+                                                     HasSubstr("not set for 1 entry")));
+    EXPECT_THAT(outputOf("list --since today"), HasSubstr("may be of that time as well"));
+    EXPECT_EQ(outputOf("list --since today --severity critical"), "");
+}
+
+TEST_F(Zelctl, TakesTimesAsPeopleWriteThem) {
+    using namespace std::chrono;
+    const auto now = floor<milliseconds>(system_clock::now());
+    const auto before = [now](minutes span) {
+        add(std::string{tavrisk::text::UtcTime{now - span}.text()}, "HMC0001", 1, "GPU0");
+        return "@" + std::to_string(floor<seconds>(now - span).time_since_epoch().count());
+    };
+    before(25h);
+    const auto epoch = before(60min);
+    before(1min);
+    // Where it is past noon now, and not yet one o'clock.
+    const auto zone = "TZ=XXX" + std::to_string(hh_mm_ss{now - floor<days>(now)}.hours() / 1h - 12);
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {"--since today", "8 7 "},
+        {"--since yesterday --until yesterday", "6 "},
+        {"--since 'yesterday 11:00' --until 11:59:59", "7 6 "},
+        {"--since 11:00 --until 11:59", "7 "},
+        {"--since '90 minutes ago' --until '2 min ago'", "7 "},
+        {"--since '1 day 2 hours ago' --until -30m", "7 6 "},
+        {"--since " + epoch + " --until " + epoch, "7 "},
+    };
+    for (const auto& [arguments, expected] : cases) {
+        EXPECT_EQ(sequencesOf("list " + arguments, zone), expected) << arguments;
     }
 }
 
@@ -106,12 +155,20 @@ TEST_F(Zelctl, ReadsALogOfManyPages) {
         "database": ")" + path +
                             R"(", "schemaVersion": 3, "entries": 1204, "cap": )" +
                             std::to_string(tavrisk::platform::zelMaxEntries) + R"(, "dropped": 1,
+        "lastDropped": {"sequence": 6, "time": "2025-01-05T10:00:00.000Z"},
+        "losses": [], "waiting": false, "salvaged": 0, "setAside": [],
         "first": {"sequence": 1, "time": "2025-01-01T10:00:00.000Z"},
         "last": {"sequence": 1205, "time": "2025-01-05T10:00:00.000Z"},
         "lastClear": null, "matching": 1199,
         "bySeverity": {"critical": 1199, "warning": 0, "other": 0},
         "byMessageId": [{"messageId": "HMC0006", "count": 1199}],
         "byDevice": [{"device": "GPU7", "count": 1199}]})"));
+    // What it says beside the entries: only of what might have been among them.
+    EXPECT_EQ(outputOf("list -n 5 >/dev/null"), "");
+    EXPECT_EQ(outputOf("list --device GPU0 --after 6 >/dev/null"), "");
+    EXPECT_THAT(outputOf("list --id HMC0006 >/dev/null"), HasSubstr("cap, up to #6 of 2025-01-05"));
+    EXPECT_THAT(outputOf("follow --after 3 -n1 >/dev/null"),
+                HasSubstr("1 of the entries 4 to 120"));
 }
 
 TEST_F(Zelctl, WrapsAMessageWithoutLosingACharacter) {
@@ -121,8 +178,9 @@ TEST_F(Zelctl, WrapsAMessageWithoutLosingACharacter) {
     }
     add("2025-01-05T10:00:00.000Z", "HMC0002", 2, device + "\u00e9nd");
     std::string shown;
-    std::istringstream lines{outputOf(
-        "list -n 1' /dev/null", "script -qec 'stty cols 100; exec env NO_COLOR=1 LC_ALL=C.UTF-8")};
+    std::istringstream lines{
+        outputOf("list -n 1 --no-pager' /dev/null",
+                 "script -qec 'stty cols 100; exec env NO_COLOR=1 LC_ALL=C.UTF-8")};
     std::getline(lines, shown); // The title.
     shown.clear();
     for (std::string line; std::getline(lines, line);) {
@@ -192,8 +250,8 @@ TEST_F(Zelctl, SaysWhyItCannot) {
     expect("list --db /run/other", 1, "damaged, or no event log");
     expect("show 6", 1, "no entry 6");
     expect("clear", 2, "--yes");
-    expect("list --since yesterday", 2,
-           "zelctl: --since takes a TIME, not 'yesterday'\n"
+    expect("list --since yesterdays", 2,
+           "zelctl: --since takes a TIME, not 'yesterdays'\n"
            "Try 'zelctl list --help'.\n");
     expect("stats -n 1", 2, "zelctl: stats has no option --limit\n");
     expect("list -n 0", 2, "zelctl: --limit takes a number from 1, not '0'\n");
@@ -215,6 +273,85 @@ TEST_F(Zelctl, SaysWhyItCannot) {
     std::filesystem::remove_all(directory);
     EXPECT_EQ(outputOf("list --json"), "");
     expect("list", 0, "");
+}
+
+void execute(const char* sql) {
+    tavrisk::zel::Connection{path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE}.execute(sql);
+}
+
+constexpr auto oldLayout =
+    "CREATE TABLE entries (sequence INTEGER PRIMARY KEY AUTOINCREMENT, time TEXT NOT NULL,"
+    " message_id TEXT NOT NULL, severity INTEGER NOT NULL, arguments TEXT NOT NULL);"
+    "PRAGMA user_version = 1; PRAGMA journal_mode = WAL;"
+    "INSERT INTO entries VALUES (7, '1970-01-01T00:00:09.000Z', 'HMC0001', 1, '[\"old\"]')";
+
+void damageThePages() {
+    execute("PRAGMA wal_checkpoint(TRUNCATE)");
+    auto text = readFile(path);
+    std::fill(text.begin() + 4096, text.end(), 'x');
+    writeFile(path, text);
+}
+
+void haveOneWait() {
+    tavrisk::zel::Spill{path}.add(
+        std::array{tavrisk::zel::Entry{"2025-01-05T10:00:00.000Z", "HMC0002", 2, "[]"}});
+}
+
+void takeInWhatWaits() {
+    tavrisk::zel::Spill spill{path};
+    EXPECT_FALSE(spill.isEmpty());
+    tavrisk::zel::Spill::Reading{spill}.finish();
+}
+
+TEST_F(Zelctl, TellsMonitorsHowThingsAre) {
+    const struct {
+        void (*change)();
+        const char* arguments;
+        int status;
+        const char* line;
+    } cases[]{
+        {[] {}, "", 2, "CRITICAL: 1 critical entry not acknowledged, the last #1\n"},
+        {[] {}, "--since 2025-01-02", 0, "OK: 5 entries\n"},
+        {[] { run("ack 1 --note seen"); }, "", 0, "OK: 5 entries\n"},
+        {[] { execute("INSERT INTO losses VALUES ('busy', 3, 1, '2025-01-02T10:00:00.000Z')"); },
+         "--since 2025-01-02", 2, "CRITICAL: 2 events lost and not acknowledged\n"},
+        {[] {}, "--since 2025-01-03", 0, "OK: 5 entries\n"},
+        {[] { run("ack --losses"); }, "", 0, "OK: 5 entries\n"},
+        {[] { execute("UPDATE entries SET salvaged = 1 WHERE sequence > 2"); }, "", 1,
+         "WARNING: salvaged entries not acknowledged\n"},
+        {[] { writeFile(path + ".damaged-20250103T100000.000Z", ""); }, "--since 2025-01-03", 1,
+         "WARNING: 1 damaged database set aside; salvaged entries not acknowledged\n"},
+        {[] { run("ack 3 4 5"); }, "--since 2025-01-04", 0, "OK: 5 entries\n"},
+        {haveOneWait, "--since 2025-01-04", 1, "WARNING: events wait for the database\n"},
+        {takeInWhatWaits, "--since 2025-01-04", 0, "OK: 5 entries\n"},
+        {[] { execute("PRAGMA user_version = 9"); }, "", 3, "UNKNOWN: "},
+        {[] { execute("PRAGMA user_version = 3"); }, "--since never", 3, "UNKNOWN: --since takes"},
+        {[] { damageThePages(); }, "", 2, "CRITICAL: "},
+        {[] { std::filesystem::remove_all(directory); }, "", 0, "OK: 0 entries\n"},
+    };
+    for (const auto& row : cases) {
+        row.change();
+        EXPECT_EQ(run(std::string{"check "} + row.arguments), row.status) << row.line;
+        EXPECT_THAT(readFile("/run/out"), testing::StartsWith(row.line));
+    }
+}
+
+TEST_F(Zelctl, BacksUpAndKnowsAnIncompleteCopy) {
+    const auto expected = outputOf("list");
+    tavrisk::zel::Store writer{path}; // as the daemon, which has it open meanwhile
+    EXPECT_EQ(run("backup /run/copy.db"), 0);
+    EXPECT_EQ(outputOf("list --db /run/copy.db"), expected);
+    EXPECT_FALSE(std::filesystem::exists("/run/copy.db-wal"));
+    EXPECT_THAT(outputOf("verify --db /run/copy.db"), HasSubstr("all is well; entries: 5"));
+    EXPECT_EQ(run("backup /run/copy.db"), 1) << "nobody's copy is written over";
+
+    std::filesystem::copy(path, "/run/alone.db");
+    run("list --db /run/alone.db"); // Leaves nothing beside it that could be taken for its log.
+    EXPECT_EQ(run("verify --db /run/alone.db"), 1);
+    EXPECT_THAT(readFile("/run/out"),
+                AllOf(HasSubstr("incomplete: /run/alone.db-wal"), HasSubstr("What to do: copy")));
+    execute("DELETE FROM entries WHERE sequence = 3");
+    EXPECT_THAT(outputOf("verify"), HasSubstr("1 entries are missing that were neither dropped"));
 }
 
 TEST_F(Zelctl, ReadsWithoutTheRightToWrite) {
@@ -248,18 +385,121 @@ bool holds(const Json::Value& value, const Json::Value& schema, const Json::Valu
     return good;
 }
 
+/** Cells of a line of comma-separated values. */
+std::int64_t cellsOf(const std::string& line) {
+    bool quoted = false;
+    return 1 + std::count_if(line.begin(), line.end(), [&quoted](char c) {
+               quoted = quoted != (c == '"');
+               return c == ',' && !quoted;
+           });
+}
+
+Json::Value schema() {
+    return parsed(readFile(std::getenv("TAVRISK_SOURCE") +
+                           std::string{"/src/tools/zelctl/zelctl.schema.json"}))["$defs"];
+}
+
+void expectForms(const std::string& command, const Json::Value& definitions, const char* name) {
+    SCOPED_TRACE(command);
+    std::istringstream objects{outputOf(command + " --json 2>/run/err")};
+    for (std::string line; std::getline(objects, line);) {
+        EXPECT_TRUE(holds(parsed(line), definitions[name], definitions)) << line;
+    }
+    std::istringstream rows{outputOf(command + " --output csv 2>/run/err")};
+    std::string head;
+    std::getline(rows, head);
+    for (std::string line; std::getline(rows, line);) {
+        EXPECT_EQ(cellsOf(line), cellsOf(head)) << line;
+    }
+    std::istringstream lines{outputOf(command + "' /dev/null",
+                                      "script -qec 'stty cols 80; exec env NO_COLOR=1 "
+                                      "LC_ALL=C.UTF-8 PAGER=\"sed s/^/@/\"")};
+    for (std::string line; std::getline(lines, line);) {
+        const auto columns = std::count_if(line.begin(), line.end(),
+                                           [](char c) { return (c & 0xc0) != 0x80 && c != '@'; });
+        const bool whole = has(line, "^(zelctl: |[A-Z]+: )| /"); // monitors' lines, paths
+        EXPECT_TRUE(columns <= 81 || whole) << line;
+        const bool paged = line.starts_with('@') == !has(name, "check|verification");
+        EXPECT_TRUE(paged || has(line, "^zelctl: |^No entries")) << line;
+        EXPECT_NE(line, "@.\r");
+    }
+}
+
+TEST_F(Zelctl, AnswersOfAnyLogInEveryForm) {
+    const std::vector<std::pair<const char*, void (*)()>> logs{
+        {"full", [] { run("ack 2 --note 'a, \"b\"'"); }},
+        {"damaged", damageThePages},
+        {"salvaged", [] { add("2025-01-05T10:00:00.000Z", "HMC0001", 1, "GPU0"); }},
+        {"old",
+         [] {
+             std::filesystem::remove_all(directory);
+             std::filesystem::create_directories(directory);
+             execute(oldLayout);
+         }},
+        {"none", [] { std::filesystem::remove_all(directory); }},
+    };
+    const auto definitions = schema();
+    for (const auto& [log, make] : logs) {
+        SCOPED_TRACE(log);
+        make();
+        expectForms("list", definitions, "entry");
+        expectForms("list --fold --since 2020-01-01", definitions, "entry");
+        expectForms("list --boots", definitions, "boot");
+        expectForms("stats", definitions, "stats");
+        expectForms("check", definitions, "check");
+        expectForms("verify", definitions, "verification");
+    }
+}
+
+TEST_F(Zelctl, FindsAcceptedEventsThatWereLost) {
+    const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+    const auto keep = [now](int age, const std::string& device, const char* name = "a") {
+        const auto kept = std::to_string((now.time_since_epoch().count()) - age);
+        writeFile(std::string{"/var/run/hmc/"} + name + "." + kept,
+                  R"({"EventType": "Event", "Severity": "Critical", "MessageArgs": [")" + device +
+                      R"("]})");
+        return std::string{"/var/run/hmc/"} + name + "." + kept;
+    };
+    keep(400, "Dropped");
+    keep(200, "GPU1");
+    const auto lost = keep(199, "GPU1"); // one entry of two events
+    const auto other = keep(198, "GPU2", "b c");
+    keep(2, "GPU3");
+    writeFile("/var/run/hmc/e." + std::to_string(now.time_since_epoch().count() - 200), "{}");
+    const auto at = [now](int age) {
+        return std::string{tavrisk::text::UtcTime{now - std::chrono::seconds{age}}.text()};
+    };
+    add(at(198), "HMC0001", 1, "GPU1");
+    execute(("UPDATE entries SET boot_id = NULL; UPDATE totals SET dropped = 1, last_dropped = 1,"
+             " last_dropped_at = '" +
+             at(300) + "'")
+                .c_str());
+    const auto null = [] {
+        return replaced(outputOf("recover --null"), std::string(1, '\0'), "|");
+    };
+    EXPECT_EQ(null(), lost + "|" + other + "|");
+    expectForms("recover", schema(), "candidate");
+    std::istringstream lines{outputOf("recover --json")};
+    std::string told;
+    for (std::string line; std::getline(lines, line);) {
+        told += parsed(line)["device"].asString() + (parsed(line)["lost"].asBool() ? "! " : "? ");
+    }
+    EXPECT_EQ(told, "Dropped? GPU1! GPU2! GPU3? ");
+    run("clear --yes");
+    EXPECT_EQ(null(), "") << "a clearing removes entries, too";
+}
+
 TEST_F(Zelctl, PrintsWhatItsSchemaPromises) {
     const auto now = std::chrono::system_clock::now();
     const auto seconds = std::chrono::system_clock::to_time_t(now);
     const auto file = "/var/run/hmc/x." + std::to_string(seconds);
     writeFile(file, R"({"EventType": "Event", "Severity": "Critical", "MessageArgs": ["GPU0"]})");
-    const auto schema = parsed(readFile(std::getenv("TAVRISK_SOURCE") +
-                                        std::string{"/src/tools/zelctl/zelctl.schema.json"}));
+    const auto definitions = schema();
     const auto output = [](const std::string& command) {
         return parsed(outputOf(command + " --json"));
     };
     const auto expectPromised = [&](const std::string& arguments, const char* name) {
-        EXPECT_TRUE(holds(output(arguments), schema["$defs"][name], schema["$defs"])) << arguments;
+        EXPECT_TRUE(holds(output(arguments), definitions[name], definitions)) << arguments;
     };
     add(std::string{tavrisk::text::UtcTime{now}.text()}, "HMC0001", 1, "GPU0");
     expectPromised("list -n 1", "entry");

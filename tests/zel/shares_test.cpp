@@ -14,17 +14,17 @@ TEST(Shares, AChattySensorDropsNoEntriesButItsOwn) {
     tavrisk::zel::Store store{path};
     const tavrisk::zel::Connection other{path, SQLITE_OPEN_READWRITE};
     const struct {
-        std::uint16_t severity;
         const char* device;
-        int times;
         const char* kept; // of 12; the shares are 6, 4 and 2
+        int times;
+        std::uint16_t severity;
     } cases[]{
-        {1, "GPU", 4, "1 2 3 4"},
-        {2, "Fan", 2, "1 2 3 4 5 6"},
-        {2, "Sensor", 50, "1 2 3 4 5 6 51 52 53 54 55 56"},
-        {2, "Sensor", 1, "1 2 3 4 5 6 51 52 53 54 56 57"}, // 55 is acknowledged by then
-        {3, "Fan", 3, "1 2 3 4 5 6 54 56 57 58 59 60"},
-        {1, "CPU", 10, "2 3 4 5 6 56 57 59 60 68 69 70"},
+        {"GPU", "1 2 3 4", 4, 1},
+        {"Fan", "1 2 3 4 5 6", 2, 2},
+        {"Sensor", "1 2 3 4 5 6 51 52 53 54 55 56", 50, 2},
+        {"Sensor", "1 2 3 4 5 6 51 52 53 54 56 57", 1, 2}, // 55 is acknowledged by then
+        {"Fan", "1 2 3 4 5 6 54 56 57 58 59 60", 3, 3},
+        {"CPU", "2 3 4 5 6 56 57 59 60 68 69 70", 10, 1},
     };
     for (const auto& row : cases) {
         const tavrisk::zel::Entry entry{"2025-01-01T10:00:00.000Z", "HMC0001", row.severity,

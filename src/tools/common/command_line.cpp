@@ -114,7 +114,7 @@ void takeWords(const OptionRows& rows, int argc, char** argv, Arguments& argumen
                       (isLetter ? std::string{'-', static_cast<char>(optopt)} : argv[optind - 1]) +
                       "'");
         }
-        arguments.options[findOption(rows, key).name] = optarg != nullptr ? optarg : "";
+        arguments.options[findOption(rows, key).name].emplace_back(optarg != nullptr ? optarg : "");
     }
     arguments.operands.assign(argv + optind, argv + argc);
 }
@@ -190,7 +190,12 @@ void complain(const Program& program, const Failure& failure, const std::string&
 
 std::optional<std::string> Arguments::value(std::string_view option) const {
     const auto found = options.find(option);
-    return found != options.end() ? std::optional{found->second} : std::nullopt;
+    return found != options.end() ? std::optional{found->second.back()} : std::nullopt;
+}
+
+std::vector<std::string> Arguments::values(std::string_view option) const {
+    const auto found = options.find(option);
+    return found != options.end() ? found->second : std::vector<std::string>{};
 }
 
 int run(const Program& program, int argc, char** argv) {

@@ -18,12 +18,14 @@ namespace tavrisk::tools {
 struct Arguments {
     std::string command;
     std::vector<std::string> operands;
-    /** By long name, with their values; of one that is repeated, the last. */
-    std::map<std::string, std::string, std::less<>> options;
+    /** By long name, with the values that each was given. */
+    std::map<std::string, std::vector<std::string>, std::less<>> options;
 
     [[nodiscard]] bool has(std::string_view option) const { return options.contains(option); }
     [[nodiscard]] bool json() const { return has("json"); }
+    /** Of an option that is repeated, the last. */
     [[nodiscard]] std::optional<std::string> value(std::string_view option) const;
+    [[nodiscard]] std::vector<std::string> values(std::string_view option) const;
 };
 
 struct OptionRow {

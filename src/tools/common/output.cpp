@@ -57,13 +57,26 @@ const char* environment(const char* variable) {
 
 /** Whether the user's locale is one of UTF-8, also in a program that has set none. */
 bool usersTextIsUtf8() {
-    const auto locale = newlocale(LC_CTYPE_MASK, "", nullptr);
+    auto* const locale = newlocale(LC_CTYPE_MASK, "", nullptr);
     if (locale == nullptr) {
         return false;
     }
     const bool answer = std::string_view{nl_langinfo_l(CODESET, locale)} == "UTF-8";
     freelocale(locale);
     return answer;
+}
+
+Style look() {
+    Style style;
+    style.terminal = isatty(STDOUT_FILENO) != 0;
+    style.colour = style.terminal && *environment("NO_COLOR") == '\0' &&
+                   std::string_view{environment("TERM")} != "dumb";
+    style.utf8 = usersTextIsUtf8();
+    winsize size{};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0) {
+        style.width = size.ws_col;
+    }
+    return style;
 }
 
 /** To such a one a byte of a longer character could be a command of its own. */
@@ -90,15 +103,7 @@ void check(bool written) {
 } // namespace
 
 Style Style::ofStandardOutput() {
-    Style style;
-    style.terminal = isatty(STDOUT_FILENO) != 0;
-    style.colour = style.terminal && *environment("NO_COLOR") == '\0' &&
-                   std::string_view{environment("TERM")} != "dumb";
-    style.utf8 = usersTextIsUtf8();
-    winsize size{};
-    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0) {
-        style.width = size.ws_col;
-    }
+    static const Style style = look();
     return style;
 }
 

@@ -17,6 +17,7 @@ struct Style {
     bool utf8 = false; // characters beyond ASCII for decoration
     int width = 80;
 
+    /** As it was when this was first asked for. */
     static Style ofStandardOutput();
 };
 

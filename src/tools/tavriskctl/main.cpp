@@ -14,15 +14,15 @@ constexpr auto fileNotes = "FILE - is standard input.\n";
 constexpr auto submitNotes = "FILE - is standard input. --timeout is 60 by default.\n";
 
 constexpr std::array commands{
-    CommandRow{"log", "FILE...", 1, any, callOptions, "hand in JSON event records", submitNotes,
-               logEvents},
+    CommandRow{"log", "FILE...", 1, any, "json bus timeout remove-accepted",
+               "hand in JSON event records", submitNotes, logEvents},
     CommandRow{"cper", "FILE...", 1, any, callOptions, "hand in UEFI CPERs", submitNotes, logCpers},
     CommandRow{"save", "NAME FILE", 2, 2, callOptions, "have a file kept under a name", submitNotes,
                save},
     CommandRow{"clear", "", 0, 0, callOptions, "have the data cache saved and emptied",
                "--timeout is 1260 by default, which is 21 minutes.\n", clear},
-    CommandRow{"status", "", 0, 0, callOptions, "show the daemon, its settings and its data", "",
-               status},
+    CommandRow{"status", "", 0, 0, callOptions,
+               "show the daemon, its settings, its data and losses", "", status},
     CommandRow{"set", "PROPERTY VALUE", 2, 2, callOptions, "change a setting",
                "PROPERTY is SystemLEDSetting, a text, or RetentionSizeInMB or "
                "RetentionIntervalInMinutes,\na number from 0 to 255.\n",
@@ -40,6 +40,7 @@ constexpr std::array options{
     OptionRow{"timeout", 0, "SECONDS",
               "longest wait for a reply, 0 for ever; 25 unless COMMAND's help says other", true},
     OptionRow{"as", 0, "KIND", "for explain: event or cper; by default, what the file begins like"},
+    OptionRow{"remove-accepted", 0, nullptr, "for log: remove each file once it is accepted"},
     OptionRow{"verbose", 0, nullptr, "for explain: all that a CPER says"},
 };
 

@@ -3,11 +3,13 @@
 #include "tools/common/output.hpp"
 #include "tools/tavriskctl/commands.hpp"
 #include "tools/tavriskctl/daemon.hpp"
+#include "tools/tavriskctl/losses.hpp"
 #include "tools/tavriskctl/report.hpp"
 
 #include <filesystem>
 #include <optional>
 #include <system_error>
+#include <utility>
 
 using namespace std::chrono_literals;
 
@@ -118,6 +120,9 @@ std::vector<Fact> factsOf(const Seen& seen) {
         directories.append(facts.back().json);
     }
     facts.push_back({"", "", "directories", directories});
+    for (auto& fact : lossesInJournal()) {
+        facts.push_back(std::move(fact));
+    }
     return facts;
 }
 

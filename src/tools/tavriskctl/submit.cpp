@@ -4,7 +4,9 @@
 #include "tools/tavriskctl/input.hpp"
 #include "tools/tavriskctl/report.hpp"
 
+#include <filesystem>
 #include <optional>
+#include <system_error>
 
 using namespace std::chrono_literals;
 
@@ -58,6 +60,25 @@ Outcome send(Daemon& daemon, const Method& method, const Name& name, const std::
     return outcome;
 }
 
+/** When the file's contents were last written; nothing for what is no file. */
+std::optional<std::filesystem::file_time_type> timeOf(const std::string& file) {
+    std::error_code none;
+    const auto time = std::filesystem::last_write_time(file, none);
+    return none ? std::nullopt : std::optional{time};
+}
+
+/** Removes a file that was accepted: the daemon keeps the same bytes anew. What was written since
+ *  it was sent stays, for that may be the new one. */
+void removeSent(const std::string& file, std::filesystem::file_time_type sent, Outcome& outcome) {
+    std::error_code error;
+    const bool removed = timeOf(file) == sent && std::filesystem::remove(file, error);
+    if (error) {
+        throw Failure{Exit::failed, "accepted, but not removed: " + error.message()};
+    }
+    outcome.sentence += removed ? ", and removed" : ", and kept: it was written meanwhile";
+    outcome.details["removed"] = removed;
+}
+
 Exit submit(const Method& method, const Arguments& arguments, Files files, const Name& name = {}) {
     const auto target = targetOf(arguments, 60s);
     std::optional<Daemon> daemon;
@@ -72,7 +93,12 @@ Exit submit(const Method& method, const Arguments& arguments, Files files, const
             if (!daemon) {
                 daemon.emplace(target);
             }
-            return send(*daemon, method, name, file);
+            const auto time = timeOf(file);
+            auto outcome = send(*daemon, method, name, file);
+            if (arguments.has("remove-accepted") && outcome.status == Exit::done && time) {
+                removeSent(file, *time, outcome);
+            }
+            return outcome;
         });
     }
     return report.finish();

@@ -18,5 +18,10 @@ Exit stats(const Log& log, const Arguments& arguments);
 /** Of a damaged log the findings are what it prints, and the status is Exit::failed. */
 Exit verify(const Log& log, const Arguments& arguments);
 Exit clear(const Log& log, const Arguments& arguments);
+Exit ack(const Log& log, const Arguments& arguments);
+/** The status is what monitors know: 0 well, 1 a warning, 2 critical, 3 unknown. */
+Exit check(const Log& log, const Arguments& arguments);
+Exit backup(const Log& log, const Arguments& arguments);
+Exit recover(const Log& log, const Arguments& arguments);
 
 } // namespace tavrisk::tools

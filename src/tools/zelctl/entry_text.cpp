@@ -6,6 +6,9 @@
 #include "tools/zelctl/time_text.hpp"
 
 #include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
 #include <cwchar>
 
 namespace tavrisk::tools {
@@ -45,6 +48,19 @@ constexpr std::size_t timeWidth = 19;
 constexpr std::size_t severityWidth = 8;
 constexpr std::size_t messageIdWidth = 7;
 
+/** The time of an entry; how long after its boot when nobody knew the time. */
+std::string timeText(const LogEntry& entry) {
+    if (!isOfUnsetClock(entry) || !entry.sinceBoot) {
+        return localTimeText(entry.time);
+    }
+    const std::chrono::hh_mm_ss clock{*entry.sinceBoot};
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "boot+%ld:%02ld:%02ld.%03ld",
+                  static_cast<long>(clock.hours().count()), clock.minutes().count(),
+                  clock.seconds().count(), clock.subseconds().count());
+    return text.data();
+}
+
 } // namespace
 
 std::string hanging(const Style& style, std::size_t indent, std::string_view text,
@@ -59,7 +75,10 @@ std::string hanging(const Style& style, std::size_t indent, std::string_view tex
         if (lines > mostLines) {
             return result + "...";
         }
-        const auto length = lineLength(text, width - indent);
+        auto length = lineLength(text, width - indent);
+        for (auto room = width - indent - 1; text.size() - length == 1 && room > 1; --room) {
+            length = lineLength(text, room); // The last character does not stand alone.
+        }
         result += text.substr(0, length);
         text.remove_prefix(length);
         if (text.empty()) {
@@ -80,6 +99,14 @@ std::string localTimeText(const std::string& stored) {
     return time ? localTime(*time) : harmless(stored);
 }
 
+bool isOfUnsetClock(const LogEntry& entry) {
+    return entry.time < firstPlausibleTime;
+}
+
+std::string countText(std::int64_t count, const std::string& one, const std::string& many) {
+    return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
 std::string coloured(const Style& style, Severity severity, const std::string& text) {
     switch (severity) {
     case Severity::critical:
@@ -96,15 +123,16 @@ std::string emphasised(const Style& style, const std::string& text) {
     return wrapped(style, "1", text);
 }
 
-std::string entryLine(const Style& style, const LogEntry& entry, std::size_t sequenceWidth) {
+std::string entryLine(const Style& style, const LogEntry& entry, std::size_t sequenceWidth,
+                      const std::string& more) {
     const auto sequence = std::to_string(entry.sequence);
     const auto sequenceColumns = std::max(sequenceWidth, sequence.size());
     const auto beside = sequenceColumns + timeWidth + severityWidth + messageIdWidth + 8;
     return std::string(sequenceColumns - sequence.size(), ' ') + sequence + "  " +
-           padded(localTimeText(entry.time), timeWidth) + "  " +
+           padded(timeText(entry), timeWidth) + "  " +
            coloured(style, entry.severity(), padded(name(entry.severity()), severityWidth)) + "  " +
            padded(harmless(entry.messageId), messageIdWidth) + "  " +
-           hanging(style, beside, harmless(messageText(entry)), mostMessageLines);
+           hanging(style, beside, harmless(messageText(entry)) + more, mostMessageLines);
 }
 
 std::string titleLine(const Style& style, std::size_t sequenceWidth) {
@@ -124,6 +152,16 @@ Json::Value toJson(const LogEntry& entry) {
     value["message"] = messageText(entry);
     value["device"] = entry.device();
     value["arguments"] = toJson(entry.arguments);
+    value["bootId"] = entry.bootId.empty() ? Json::Value{} : Json::Value{entry.bootId};
+    value["millisecondsSinceBoot"] =
+        entry.sinceBoot ? Json::Value{Json::Int64{entry.sinceBoot->count()}} : Json::Value{};
+    value["salvaged"] = entry.salvaged;
+    auto& acknowledged = value["acknowledged"];
+    if (const auto& given = entry.acknowledgement) {
+        acknowledged["by"] = given->by;
+        acknowledged["at"] = given->at;
+        acknowledged["note"] = given->note;
+    }
     return value;
 }
 

@@ -21,11 +21,22 @@ std::string messageText(const LogEntry& entry);
 /** A stored time in local time, or harmlessly as it stands when it is none. */
 std::string localTimeText(const std::string& stored);
 
+/** Whether the entry is of a time when the clock was not set: machines without one begin in 1970.
+ */
+bool isOfUnsetClock(const LogEntry& entry);
+/** Times of the log from this one on are of a clock that was set. */
+inline constexpr auto firstPlausibleTime = "2020-01-01T00:00:00.000Z";
+
+/** "3 entries", "1 entry". */
+std::string countText(std::int64_t count, const std::string& one, const std::string& many);
+
 std::string coloured(const Style& style, Severity severity, const std::string& text);
 std::string emphasised(const Style& style, const std::string& text);
 
-/** One line of `list` and `follow`; `sequenceWidth` aligns them. */
-std::string entryLine(const Style& style, const LogEntry& entry, std::size_t sequenceWidth);
+/** One line of `list` and `follow`; `sequenceWidth` aligns them, `more` stands behind the message.
+ */
+std::string entryLine(const Style& style, const LogEntry& entry, std::size_t sequenceWidth,
+                      const std::string& more = {});
 std::string titleLine(const Style& style, std::size_t sequenceWidth);
 
 Json::Value toJson(const LogEntry& entry);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/zelctl/commands.hpp"
 #include "tools/zelctl/entry_text.hpp"
+#include "tools/zelctl/form.hpp"
 #include "tools/zelctl/time_text.hpp"
 #include "zel/watch.hpp"
 
@@ -25,7 +26,8 @@ public:
         : path_{path},
           filter_{filterOf(arguments)},
           limit_{limitOf(arguments)},
-          json_{arguments.json()},
+          form_{formOf(arguments)},
+          records_{form_},
           style_{Style::ofStandardOutput()},
           position_{filter_.after} {
         if (filter_.until) {
@@ -36,7 +38,7 @@ public:
     [[nodiscard]] std::optional<TimePoint> until() const { return until_; }
 
     void printTitle() const {
-        if (style_.terminal && !json_) {
+        if (style_.terminal && form_ == Form::text) {
             putLine(titleLine(style_, sequenceWidth));
         }
     }
@@ -45,12 +47,13 @@ public:
     bool printNew() {
         openAnew();
         if (reader_) {
+            resolveBoot(filter_, *reader_);
             // Taken before the entries are read: those that come in between are read again, and
             // beyond this number, next time.
-            const auto health = reader_->health();
-            takePosition(health);
+            const auto highest = reader_->highest();
+            takePosition(highest);
             printBeyond(*position_);
-            position_ = std::max(*position_, health.highest);
+            position_ = std::max(*position_, highest);
         }
         flushOutput();
         return !(limit_ && printed_ >= *limit_) && !isOver();
@@ -72,22 +75,19 @@ private:
         }
     }
 
-    void takePosition(const Health& health) {
+    void takePosition(std::int64_t highest) {
         if (!position_) {
-            position_ = filter_.since ? 0 : health.highest;
+            position_ = filter_.since ? 0 : highest;
         }
-        if (*position_ > health.highest) {
+        if (*position_ > highest) {
             tell(path_ + " has never had an entry " + std::to_string(*position_) +
                  ": it is another log, and read from its first entry on");
             position_ = 0;
         }
-        const auto next = health.entries != 0 ? health.first : health.highest + 1;
-        const auto first = *position_ + 1;
-        if (*position_ != 0 && next > first) {
-            tell((next - 1 == first ? "entry " + std::to_string(first) + " was"
-                                    : "entries " + std::to_string(first) + " to " +
-                                          std::to_string(next - 1) + " were") +
-                 " removed before they could be read");
+        const auto gone = *position_ != 0 ? reader_->goneBeyond(*position_) : 0;
+        if (gone != 0) {
+            tell("removed before they could be read: " + std::to_string(gone) + " of the entries " +
+                 std::to_string(*position_ + 1) + " to " + std::to_string(highest));
         }
     }
 
@@ -95,7 +95,11 @@ private:
         auto filter = filter_;
         filter.after = position;
         reader_->forEach(filter, true, [this](const LogEntry& entry) {
-            putLine(json_ ? jsonLine(toJson(entry)) : entryLine(style_, entry, sequenceWidth));
+            if (form_ == Form::text) {
+                putLine(entryLine(style_, entry, sequenceWidth));
+            } else {
+                records_.put(toJson(entry));
+            }
             position_ = entry.sequence;
             ++printed_;
             return !limit_ || printed_ < *limit_;
@@ -107,7 +111,8 @@ private:
     const std::string& path_;
     Filter filter_;
     std::optional<std::int64_t> limit_;
-    bool json_;
+    Form form_;
+    Records records_;
     Style style_;
     std::optional<TimePoint> until_;
     std::optional<LogReader> reader_;

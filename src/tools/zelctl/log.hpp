@@ -15,8 +15,6 @@ using zel::Filter;
 using zel::Health;
 using zel::LogEntry;
 using zel::LogReader;
-using zel::name;
-using zel::Severity;
 
 /** The log that the command line names, or the system's. */
 class Log {
@@ -40,7 +38,16 @@ private:
 
 /** Which entries the command line asks for. Raises Failure with Exit::usage. */
 Filter filterOf(const Arguments& arguments);
+/** Whether it asks for some only. */
+bool isFiltered(const Arguments& arguments);
+/** A boot that is given by its place or by the beginning of its ID, made one of those that the log
+ *  has. Raises Failure when it has none such. */
+void resolveBoot(Filter& filter, const LogReader& reader);
+/** The ID of the boot that the machine is in. */
+std::string thisBoot();
 /** How many of them. */
 std::optional<std::int64_t> limitOf(const Arguments& arguments);
+/** The time of an option, as the log has it; `last` of all that its text names. */
+std::optional<std::string> timeOf(const Arguments& arguments, const char* option, bool last);
 
 } // namespace tavrisk::tools

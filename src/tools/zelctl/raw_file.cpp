@@ -3,7 +3,6 @@
 
 #include "contract/places.hpp"
 #include "records/catalogue.hpp"
-#include "records/classifier.hpp"
 #include "records/cper_parser.hpp"
 #include "tools/zelctl/time_text.hpp"
 #include "zel/json_text.hpp"
@@ -18,7 +17,6 @@
 #include <fstream>
 #include <iterator>
 #include <optional>
-#include <span>
 
 namespace tavrisk::tools {
 namespace {
@@ -30,13 +28,6 @@ using std::chrono::seconds;
 constexpr seconds longestDelay{60};
 
 using Bytes = std::vector<std::uint8_t>;
-
-/** Where raw data is kept, how its files tell their time, and what is classified of them. */
-struct Place {
-    fs::path directory;
-    std::optional<std::int64_t> (*secondsOf)(const fs::path& file);
-    std::optional<Bytes> (*toEventRecord)(const Bytes& raw);
-};
 
 std::optional<std::int64_t> secondsInName(const fs::path& file) {
     const auto name = file.filename().string();
@@ -71,11 +62,10 @@ std::optional<Bytes> toSummary(const Bytes& raw) {
     return Bytes{json.begin(), json.end()};
 }
 
-bool wouldMake(const LogEntry& entry, std::span<const std::uint8_t> record) {
-    const auto verdict = classify(record);
+bool wouldMake(const LogEntry& entry, const Verdict& verdict) {
     const auto* const message = verdict.event ? findMessage(verdict.event->number) : nullptr;
     return message != nullptr && message->messageId == entry.messageId &&
-           severityOf(entry.severityCode) == verdict.severity &&
+           tavrisk::severityOf(entry.severityCode) == verdict.severity &&
            zel::toUtf8(verdict.event->device) == entry.device();
 }
 
@@ -95,38 +85,32 @@ public:
         }
     }
 
-    void in(const Place& place) {
-        std::error_code error;
-        const fs::directory_iterator files{place.directory, error};
-        if (error && error != std::errc::no_such_file_or_directory && found_.unreadable.empty()) {
-            found_.unreadable = place.directory.string() + ": " + error.message();
-        }
-        for (const auto& file : files) {
-            if (const auto kept = place.secondsOf(file.path())) {
-                consider(place, file, entrySeconds_ - seconds{*kept});
-            }
+    void in(const RawPlace& place) {
+        const auto problem = place.forEachFile([&](const fs::path& file, seconds kept) {
+            consider(place, file, entrySeconds_ - kept);
+        });
+        if (found_.unreadable.empty()) {
+            found_.unreadable = problem;
         }
     }
 
     [[nodiscard]] const RawFiles& found() const { return found_; }
 
 private:
-    void consider(const Place& place, const fs::directory_entry& file, seconds delay) {
-        std::error_code gone;
+    void consider(const RawPlace& place, const fs::path& file, seconds delay) {
         const auto longest = found_.paths.empty() ? longestDelay : found_.delay;
-        if (delay < seconds{0} || delay > longest || !file.is_regular_file(gone)) {
+        if (delay < seconds{0} || delay > longest) {
             return;
         }
-        const auto raw = readFile(file.path());
-        const auto record = raw ? place.toEventRecord(*raw) : std::nullopt;
-        if (!record || !wouldMake(entry_, *record)) {
+        const auto verdict = place.classify(file);
+        if (!verdict || !wouldMake(entry_, *verdict)) {
             return;
         }
         if (delay < longest) {
             found_.paths.clear();
         }
         found_.delay = delay;
-        found_.paths.push_back(file.path().string());
+        found_.paths.push_back(file.string());
     }
 
     const LogEntry& entry_;
@@ -136,12 +120,38 @@ private:
 
 } // namespace
 
+std::string RawPlace::forEachFile(const std::function<void(const fs::path&, seconds)>& take) const {
+    std::error_code error;
+    for (const auto& file : fs::directory_iterator{directory, error}) {
+        std::error_code gone;
+        const auto kept = secondsOf(file.path());
+        if (kept && file.is_regular_file(gone)) {
+            take(file.path(), seconds{*kept});
+        }
+    }
+    return error && error != std::errc::no_such_file_or_directory
+               ? directory + ": " + error.message()
+               : "";
+}
+
+std::optional<Verdict> RawPlace::classify(const fs::path& file) const {
+    const auto raw = readFile(file);
+    const auto record = raw ? toEventRecord(*raw) : std::nullopt;
+    return record ? std::optional{tavrisk::classify(*record)} : std::nullopt;
+}
+
+std::array<RawPlace, 2> rawPlacesBelow(const std::string& root) {
+    return {RawPlace{root, secondsInName, asItIs},
+            RawPlace{root + rawCperDirectory, secondsOfWriting, toSummary}};
+}
+
 RawFiles findRawFiles(const LogEntry& entry) {
     Search search{entry};
     for (const std::string root : {dataRoot, savedRoot}) {
         if (search.found().paths.empty()) {
-            search.in({root, secondsInName, asItIs});
-            search.in({root + "rawCPER", secondsOfWriting, toSummary});
+            for (const auto& place : rawPlacesBelow(root)) {
+                search.in(place);
+            }
         }
     }
     return search.found();

@@ -1,13 +1,38 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "records/classifier.hpp"
 #include "tools/zelctl/log.hpp"
 
+#include <array>
 #include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace tavrisk::tools {
+
+/** A place where raw data is kept, how its files tell when they were kept, and what the daemon
+ *  classifies of them. */
+struct RawPlace {
+    std::string directory;
+    std::optional<std::int64_t> (*secondsOf)(const std::filesystem::path& file);
+    std::optional<std::vector<std::uint8_t>> (*toEventRecord)(const std::vector<std::uint8_t>& raw);
+
+    /** Passes its files and when they were kept. Returns why it could not be looked through, or
+     *  nothing. */
+    std::string forEachFile(
+        const std::function<void(const std::filesystem::path&, std::chrono::seconds)>& take) const;
+
+    /** What the daemon makes of a file; nothing of one that cannot be read. */
+    [[nodiscard]] std::optional<Verdict> classify(const std::filesystem::path& file) const;
+};
+
+/** Event records and CPERs of a data tree. */
+std::array<RawPlace, 2> rawPlacesBelow(const std::string& root);
 
 /** The data files that an entry came from, as far as can be told. */
 struct RawFiles {

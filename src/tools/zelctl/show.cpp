@@ -1,21 +1,45 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/zelctl/commands.hpp"
 #include "tools/zelctl/entry_text.hpp"
+#include "tools/zelctl/form.hpp"
 #include "tools/zelctl/raw_file.hpp"
 #include "tools/zelctl/time_text.hpp"
+
+#include <array>
+#include <cstdio>
 
 namespace tavrisk::tools {
 namespace {
 
 using Texts = std::vector<std::string>;
 
-constexpr std::size_t labelWidth = 13;
+constexpr std::size_t labelWidth = 16;
 
 /** Texts one below the other, the first behind the label. */
 void add(std::vector<Fact>& facts, const Style& style, std::string label, const Texts& texts) {
     for (const auto& text : texts) {
         facts.push_back({label, hanging(style, labelWidth, harmless(text))});
         label = " ";
+    }
+}
+
+void addOrigin(std::vector<Fact>& facts, const Style& style, const LogEntry& entry) {
+    if (entry.sinceBoot) {
+        const auto seconds = std::chrono::duration<double>{*entry.sinceBoot}.count();
+        std::array<char, 48> text{};
+        std::snprintf(text.data(), text.size(), "%.3f s after boot ", seconds);
+        facts.push_back({"  Boot", text.data() + harmless(entry.bootId)});
+    }
+    if (isOfUnsetClock(entry)) {
+        facts.push_back({" ", "(the clock was not set)"});
+    }
+    if (entry.salvaged) {
+        facts.push_back({"  Salvaged", "from a damaged database"});
+    }
+    if (const auto& given = entry.acknowledgement) {
+        const auto note = given->note.empty() ? "" : ": " + given->note;
+        add(facts, style, "  Acknowledged",
+            {"by " + given->by + ", " + localTimeText(given->at) + note});
     }
 }
 
@@ -27,12 +51,14 @@ void addEntry(std::vector<Fact>& facts, const Style& style, const LogEntry& entr
                                        " (" + std::to_string(entry.severityCode) + ")"});
     add(facts, style, "  Message", {entry.messageId + ": " + messageText(entry)});
     add(facts, style, "  Arguments", entry.arguments.empty() ? Texts{"none"} : entry.arguments);
+    addOrigin(facts, style, entry);
 }
 
 void addRawFiles(std::vector<Fact>& facts, const Style& style, const RawFiles& found) {
     const auto& unreadable = found.unreadable;
     const auto otherwise = unreadable.empty() ? "no longer there" : "cannot be told: " + unreadable;
-    add(facts, style, found.paths.size() > 1 ? "  One of" : "  Raw file",
+    add(facts, found.paths.empty() ? style : Style{}, // Who copies a path wants it in one piece.
+        found.paths.size() > 1 ? "  One of" : "  Raw file",
         found.paths.empty() ? Texts{otherwise} : found.paths);
     if (found.isGuess()) {
         facts.push_back({" ", "(a guess: kept " + std::to_string(found.delay.count()) +
@@ -57,8 +83,8 @@ Exit show(const Log& log, const Arguments& arguments) {
     std::vector<Fact> facts;
     addEntry(facts, style, *entry);
     addRawFiles(facts, style, findRawFiles(*entry));
-    if (arguments.json()) {
-        putLine(jsonLine(toJson(facts, toJson(*entry))));
+    if (const auto form = formOf(arguments); form != Form::text) {
+        Records{form}.put(toJson(facts, toJson(*entry)));
     } else {
         putLine(emphasised(style, "Entry " + std::to_string(sequence)));
         putFacts(facts, labelWidth);

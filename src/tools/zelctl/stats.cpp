@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/config.hpp"
 #include "records/catalogue.hpp"
+#include "tools/zelctl/beside.hpp"
 #include "tools/zelctl/commands.hpp"
 #include "tools/zelctl/entry_text.hpp"
+#include "tools/zelctl/form.hpp"
 #include "tools/zelctl/time_text.hpp"
 
 #include <sys/stat.h>
@@ -19,9 +21,8 @@ using Counts = std::map<std::string, std::int64_t>;
 using Row = std::pair<std::string, std::int64_t>;
 
 struct Statistics {
-    Health health{};
-    std::string firstTime;
-    std::string lastTime;
+    Health health;
+    Beside beside;
     std::int64_t bytesOnDisk = 0;
     std::int64_t matching = 0;
     Counts bySeverity{{"critical", 0}, {"warning", 0}, {"other", 0}};
@@ -41,23 +42,15 @@ std::int64_t bytesOnDisk(const std::string& path) {
     return bytes;
 }
 
-std::string timeOf(const LogReader& reader, std::int64_t sequence) {
-    const auto entry = reader.find(sequence);
-    return entry ? entry->time : "";
-}
-
-Statistics collect(const std::string& path, const std::optional<LogReader>& reader,
-                   const Filter& filter) {
+Statistics collect(const std::string& path, const std::optional<LogReader>& reader, Filter filter) {
     Statistics statistics;
     statistics.bytesOnDisk = bytesOnDisk(path);
+    statistics.beside = lookBeside(path);
     if (!reader) {
         return statistics;
     }
     statistics.health = reader->health();
-    if (statistics.health.entries != 0) {
-        statistics.firstTime = timeOf(*reader, statistics.health.first);
-        statistics.lastTime = timeOf(*reader, statistics.health.last);
-    }
+    resolveBoot(filter, *reader);
     reader->forEach(filter, true, [&statistics](const LogEntry& entry) {
         ++statistics.matching;
         ++statistics.bySeverity[name(entry.severity())];
@@ -96,10 +89,10 @@ std::string rightAligned(std::int64_t number, std::size_t width) {
     return std::string(std::max(width, text.size()) - text.size(), ' ') + text;
 }
 
-Fact positionFact(const char* label, const char* key, std::int64_t sequence,
-                  const std::string& time) {
+Fact positionFact(const char* label, const char* key, const zel::Position& position) {
+    const auto& [sequence, time] = position;
     if (sequence == 0) {
-        return {label, "none", key};
+        return {label, *label == '\0' ? "" : "none", key};
     }
     Fact fact{label, "#" + std::to_string(sequence) + ", " + localTimeText(time), key};
     fact.json["sequence"] = Json::Int64{sequence};
@@ -107,8 +100,29 @@ Fact positionFact(const char* label, const char* key, std::int64_t sequence,
     return fact;
 }
 
+Fact lossesFact(const std::vector<zel::Loss>& losses) {
+    Fact fact{"  Lost", lossesText(losses), "losses", Json::arrayValue};
+    for (const auto& loss : losses) {
+        Json::Value row;
+        row["cause"] = loss.cause;
+        row["events"] = Json::Int64{loss.events};
+        row["acknowledged"] = Json::Int64{loss.acknowledged};
+        row["lastAt"] = loss.lastAt.empty() ? Json::Value{} : Json::Value{loss.lastAt};
+        fact.json.append(row);
+    }
+    return fact;
+}
+
+Fact droppedFact(const zel::Dropped& dropped) {
+    const auto last =
+        dropped.last.sequence == 0 ? "" : ", up to #" + std::to_string(dropped.last.sequence);
+    return {"  Dropped", std::to_string(dropped.entries) + " to stay below that" + last, "dropped",
+            Json::Int64{dropped.entries}};
+}
+
 std::vector<Fact> healthFacts(const std::string& path, const Statistics& statistics) {
     const auto& health = statistics.health;
+    const auto& beside = statistics.beside;
     const auto& cleared = health.lastClear;
     const auto cap = platform::zelMaxEntries;
     return {
@@ -117,10 +131,20 @@ std::vector<Fact> healthFacts(const std::string& path, const Statistics& statist
         {"  Entries", std::to_string(health.entries) + " of at most " + std::to_string(cap),
          "entries", Json::Int64{health.entries}},
         {"", "", "cap", Json::Int64{cap}},
-        {"  Dropped", std::to_string(health.dropped) + " to stay below that", "dropped",
-         Json::Int64{health.dropped}},
-        positionFact("  First", "first", health.first, statistics.firstTime),
-        positionFact("  Last", "last", health.last, statistics.lastTime),
+        droppedFact(health.dropped),
+        positionFact("", "lastDropped", health.dropped.last),
+        lossesFact(health.losses),
+        {beside.waiting ? "  Waiting" : "", "events, in " + harmless(beside.waitingAt), "waiting",
+         beside.waiting},
+        {health.salvaged != 0 ? "  Salvaged" : "",
+         std::to_string(health.salvaged) + " from a damaged database", "salvaged",
+         Json::Int64{health.salvaged}},
+        {beside.setAside.empty() ? "" : "  Set aside",
+         countText(static_cast<std::int64_t>(beside.setAside.size()), "damaged database",
+                   "damaged databases"),
+         "setAside", tools::toJson(beside.setAside)},
+        positionFact("  First", "first", health.first),
+        positionFact("  Last", "last", health.last),
         {"  Cleared", cleared ? localTimeText(*cleared) : "never", "lastClear",
          cleared ? Json::Value{*cleared} : Json::Value{}},
         {"  Size", sizeText(statistics.bytesOnDisk) + " on disk", "bytesOnDisk",
@@ -197,7 +221,7 @@ TimePoint roundDown(TimePoint reading, std::chrono::seconds period) {
 /** Takes off the times of a clock that was not set yet: they would make all others one bar. */
 std::int64_t takeOffUnsetClock(std::vector<TimePoint>& readings) {
     using namespace std::chrono;
-    const TimePoint plausible = sys_days{2020y / January / 1};
+    const auto plausible = *fromLogTime(firstPlausibleTime);
     const auto first = std::lower_bound(readings.begin(), readings.end(), plausible);
     if (first == readings.end()) {
         return 0;
@@ -265,13 +289,12 @@ void putText(const std::vector<Fact>& health, const Statistics& statistics, cons
 } // namespace
 
 Exit stats(const Log& log, const Arguments& arguments) {
-    const auto filter = filterOf(arguments);
-    const auto statistics = collect(log.path(), log.open(), filter);
+    const auto statistics = collect(log.path(), log.open(), filterOf(arguments));
     const auto health = healthFacts(log.path(), statistics);
-    if (arguments.json()) {
-        putLine(jsonLine(toJson(statistics, tools::toJson(health))));
+    if (const auto form = formOf(arguments); form != Form::text) {
+        Records{form}.put(toJson(statistics, tools::toJson(health)));
     } else {
-        putText(health, statistics, filter == Filter{} ? " in all" : " that match");
+        putText(health, statistics, isFiltered(arguments) ? " that match" : " in all");
     }
     return Exit::done;
 }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdint>
 #include <ctime>
 
@@ -49,9 +50,30 @@ public:
         return value;
     }
 
+    std::string_view word() {
+        const auto* const end = std::find_if_not(rest_.begin(), rest_.end(),
+                                                 [](char c) { return c >= 'a' && c <= 'z'; });
+        const auto found = rest_.substr(0, static_cast<std::size_t>(end - rest_.begin()));
+        rest_.remove_prefix(found.size());
+        return found;
+    }
+
 private:
     std::string_view rest_;
 };
+
+std::tm toLocal(TimePoint time) {
+    const std::time_t point = floor<seconds>(time).time_since_epoch().count();
+    std::tm parts{};
+    localtime_r(&point, &parts);
+    return parts;
+}
+
+/** So many days before the day that it is at that time, here. */
+year_month_day localDay(TimePoint time, days before) {
+    const auto reading = time + seconds{toLocal(time).tm_gmtoff};
+    return year_month_day{floor<days>(reading) - before};
+}
 
 std::optional<year_month_day> scanDate(Scanner& scanner) {
     const auto y = scanner.number(4, 4);
@@ -137,20 +159,26 @@ TimePoint fromLocal(const year_month_day& date, milliseconds timeOfDay) {
     return sys_seconds{seconds{std::mktime(&parts)}} + clock.subseconds();
 }
 
-std::tm toLocal(TimePoint time) {
-    const std::time_t point = floor<seconds>(time).time_since_epoch().count();
-    std::tm parts{};
-    localtime_r(&point, &parts);
-    return parts;
+/** A date, "today" or "yesterday"; or, in front of a time of day alone, the day that it is. */
+std::optional<year_month_day> scanDay(Scanner& scanner, TimePoint now) {
+    auto ahead = scanner;
+    const auto word = ahead.word();
+    if (word == "today" || word == "yesterday") {
+        scanner = ahead;
+        return localDay(now, days{word == "today" ? 0 : 1});
+    }
+    return scanTimeOfDay(ahead) ? localDay(now, days{0}) : scanDate(scanner);
 }
 
-std::optional<TimePoint> scanPoint(Scanner scanner, Bound bound) {
-    const auto date = scanDate(scanner);
+std::optional<TimePoint> scanPoint(Scanner scanner, TimePoint now, Bound bound) {
+    auto ahead = scanner;
+    const bool timeAlone = scanTimeOfDay(ahead).has_value();
+    const auto date = scanDay(scanner, now);
     if (!date) {
         return {};
     }
     TimeOfDay timeOfDay;
-    if (scanner.anyOf("T ")) {
+    if (timeAlone || scanner.anyOf("T ")) {
         const auto scanned = scanTimeOfDay(scanner);
         if (!scanned) {
             return {};
@@ -174,36 +202,57 @@ std::string formatted(const std::tm& parts, const char* format) {
     return {text.data(), std::strftime(text.data(), text.size(), format, &parts)};
 }
 
-seconds oneOf(char unit) {
-    switch (unit) {
-    case 'w':
-        return weeks{1};
-    case 'd':
-        return days{1};
-    case 'h':
-        return hours{1};
-    case 'm':
-        return minutes{1};
-    default:
-        return seconds{1};
+std::optional<seconds> unitOf(std::string_view word) {
+    struct Unit {
+        std::array<std::string_view, 5> words;
+        seconds length;
+    };
+    constexpr std::array units{Unit{{"w", "week", "weeks"}, weeks{1}},
+                               Unit{{"d", "day", "days"}, days{1}},
+                               Unit{{"h", "hour", "hours"}, hours{1}},
+                               Unit{{"m", "min", "mins", "minute", "minutes"}, minutes{1}},
+                               Unit{{"s", "sec", "secs", "second", "seconds"}, seconds{1}}};
+    for (const auto& unit : units) {
+        if (!word.empty() &&
+            std::find(unit.words.begin(), unit.words.end(), word) != unit.words.end()) {
+            return unit.length;
+        }
     }
+    return {};
 }
 
+/** "-1h30m" or "1 hour 30 minutes ago". */
 std::optional<seconds> scanSpan(Scanner scanner) {
     constexpr seconds longest = years{1000};
-    if (!scanner.anyOf("-") || scanner.atEnd()) {
+    const bool minus = scanner.anyOf("-").has_value();
+    seconds span{0};
+    auto count = scanner.number(1, 6);
+    if (!count) {
         return {};
     }
-    seconds span{0};
-    while (!scanner.atEnd() && span < longest) {
-        const auto count = scanner.number(1, 6);
-        const auto unit = scanner.anyOf("wdhms");
-        if (!count || !unit) {
+    for (; count; count = scanner.number(1, 6)) {
+        scanner.anyOf(" ");
+        const auto unit = unitOf(scanner.word());
+        if (!unit) {
             return {};
         }
-        span += *count * oneOf(*unit);
+        span = std::min(span + *count * *unit, longest);
+        scanner.anyOf(" ");
     }
-    return std::min(span, longest);
+    const bool complete = (minus || scanner.word() == "ago") && scanner.atEnd();
+    return complete ? std::optional{span} : std::nullopt;
+}
+
+/** "@1700000000": seconds since 1970. */
+std::optional<TimePoint> scanEpoch(std::string_view text, Bound bound) {
+    std::int64_t whole = 0;
+    const auto* const end = text.data() + text.size();
+    const auto [stopped, error] = std::from_chars(text.data() + 1, end, whole);
+    constexpr std::int64_t latest = 253'402'300'799; // the end of the year 9999
+    if (error != std::errc{} || stopped != end || whole < 0 || whole > latest) {
+        return {};
+    }
+    return sys_seconds{seconds{whole}} + milliseconds{bound == Bound::last ? 999 : 0};
 }
 
 } // namespace
@@ -218,8 +267,10 @@ std::optional<std::string> parseTime(std::string_view text, TimePoint now, Bound
         time = now;
     } else if (const auto span = scanSpan(Scanner{text})) {
         time = now - *span;
+    } else if (text.starts_with('@')) {
+        time = scanEpoch(text, bound);
     } else {
-        time = scanPoint(Scanner{text}, bound);
+        time = scanPoint(Scanner{text}, now, bound);
     }
     if (!time) {
         return {};
@@ -229,7 +280,7 @@ std::optional<std::string> parseTime(std::string_view text, TimePoint now, Bound
 
 std::optional<TimePoint> fromLogTime(std::string_view text) {
     constexpr std::size_t length = std::string_view{"2025-01-31T23:59:59.999Z"}.size();
-    return text.size() == length && text.ends_with('Z') ? scanPoint(Scanner{text}, Bound::first)
+    return text.size() == length && text.ends_with('Z') ? scanPoint(Scanner{text}, {}, Bound::first)
                                                         : std::nullopt;
 }
 

@@ -17,8 +17,9 @@ TimePoint now();
 enum class Bound { first, last };
 
 /** The event log's text ("2025-01-31T23:59:59.999Z") of a time that a person has written: a date
- *  with or without a time of day, local unless it says otherwise; "now"; or a span before `now`,
- *  such as "-1h30m". Nothing for any other text. */
+ *  with or without a time of day, local unless it says otherwise, in place of the date "today",
+ *  "yesterday" or nothing; "now"; a span before `now`, such as "-1h30m" or "1 hour ago"; or "@" and
+ *  seconds since 1970. Nothing for any other text. */
 std::optional<std::string> parseTime(std::string_view text, TimePoint now, Bound bound);
 
 /** The time behind one of the event log's texts; nothing when it is none. */

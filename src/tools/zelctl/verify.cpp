@@ -1,6 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/common/output.hpp"
 #include "tools/zelctl/commands.hpp"
+#include "tools/zelctl/entry_text.hpp"
+#include "tools/zelctl/form.hpp"
+
+#include <unistd.h>
+
+#include <array>
+#include <fstream>
 
 namespace tavrisk::tools {
 namespace {
@@ -8,38 +15,82 @@ namespace {
 struct Findings {
     std::int64_t entries = 0;
     std::vector<std::string> problems;
+    std::string advice;
 };
 
-Findings check(const std::string& path) {
+/** Whether the latest entries would be in a write-ahead log that is not there. The service never
+ *  removes it; a copy may lack it. */
+bool lacksItsLog(const std::string& path) {
+    std::array<char, 20> head{};
+    std::ifstream{path, std::ios::binary}.read(head.data(), head.size());
+    const bool hasLog = head[18] == 2;
+    return hasLog && access((path + "-wal").c_str(), F_OK) != 0;
+}
+
+/** The highest number that was given out, as the small file beside the database has it. */
+std::int64_t highestUsed(const std::string& path) {
+    std::int64_t number = 0;
+    std::ifstream{path + ".numbers"} >> number;
+    return number;
+}
+
+void lookForTheRest(Findings& findings, const std::string& path, bool lacksLog,
+                    std::int64_t highest) {
+    const auto used = highestUsed(path);
+    if (lacksLog && (used == 0 || used > highest)) {
+        findings.problems.push_back("it is incomplete: " + path +
+                                    "-wal, which has the latest entries, is not beside it");
+        findings.advice = "copy that file as well, or make the copy with 'zelctl backup'";
+    } else if (used > highest) {
+        findings.problems.push_back("its last entry is #" + std::to_string(highest) + ", and #" +
+                                    std::to_string(used) + " was given out");
+        findings.advice = "look for entries in what was set aside, or in a backup";
+    }
+}
+
+Findings examine(const std::string& path) {
     Findings findings;
     try {
+        const bool lacksLog = lacksItsLog(path); // Before it is opened: that may make one.
         const auto reader = LogReader::open(path);
         findings.problems = reader.findDamage();
+        findings.advice = findings.problems.empty()
+                              ? ""
+                              : "keep a copy ('zelctl backup'); the service repairs what keeps it "
+                                "from writing with the next event";
+        lookForTheRest(findings, path, lacksLog, reader.highest());
         findings.entries = reader.health().entries;
     } catch (const zel::Unreadable& problem) {
         findings.problems.emplace_back(problem.what());
+        findings.advice = problem.isDamage() ? "with the next event the service sets it aside and "
+                                               "takes over what can be read"
+                                             : "";
     } catch (const zel::SqliteError& error) {
         findings.problems.emplace_back(error.what());
+        findings.advice = "look at the disk; with the next event that cannot be written the "
+                          "service sets the database aside and takes over what can be read";
     }
     return findings;
 }
 
-Json::Value toJson(const std::string& path, const Findings& findings) {
+Json::Value jsonOf(const std::string& path, const Findings& findings) {
     Json::Value value{Json::objectValue};
     value["database"] = path;
     value["ok"] = findings.problems.empty();
     value["entries"] = Json::Int64{findings.entries};
     value["problems"] = tools::toJson(findings.problems);
+    value["advice"] = findings.advice.empty() ? Json::Value{} : Json::Value{findings.advice};
     return value;
 }
 
 } // namespace
 
 Exit verify(const Log& log, const Arguments& arguments) {
+    const auto form = formOf(arguments);
     const bool missing = log.isYetToCome();
-    const auto findings = missing ? Findings{} : check(log.path());
-    if (arguments.json()) {
-        putLine(jsonLine(toJson(log.path(), findings)));
+    const auto findings = missing ? Findings{} : examine(log.path());
+    if (form != Form::text) {
+        Records{form}.put(jsonOf(log.path(), findings));
     } else if (findings.problems.empty()) {
         putLine(harmless(log.path()) +
                 (missing ? ": no entry yet"
@@ -47,6 +98,10 @@ Exit verify(const Log& log, const Arguments& arguments) {
     } else {
         for (const auto& text : findings.problems) {
             putLine(harmless(text));
+        }
+        if (!findings.advice.empty()) {
+            putLine("What to do: " +
+                    hanging(Style::ofStandardOutput(), 12, harmless(findings.advice) + "."));
         }
     }
     return findings.problems.empty() ? Exit::done : Exit::failed;

@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/config.hpp"
+#include "tools/common/output.hpp"
+#include "tools/zelctl/beside.hpp"
+#include "tools/zelctl/commands.hpp"
+#include "tools/zelctl/entry_text.hpp"
+#include "tools/zelctl/form.hpp"
+
+#include <algorithm>
+#include <array>
+
+namespace tavrisk::tools {
+namespace {
+
+/** What monitors know by these numbers, which are the exit status. */
+enum class Level { ok, warning, critical, unknown };
+
+const char* wordOf(Level level) {
+    constexpr std::array words{"ok", "warning", "critical", "unknown"};
+    return words.at(static_cast<std::size_t>(level));
+}
+
+struct Condition {
+    Level level = Level::ok;
+    std::vector<std::string> problems; // the worst first
+    std::int64_t entries = 0;
+
+    void add(Level worse, const std::string& problem) {
+        problems.insert(worse > level ? problems.begin() : problems.end(), problem);
+        level = std::max(level, worse);
+    }
+};
+
+using Since = std::optional<std::string>;
+
+void lookForOpen(Condition& condition, const LogReader& reader, const Since& since) {
+    std::int64_t count = 0;
+    std::int64_t last = 0;
+    reader.forEach({.since = since, .severities = {Severity::critical}, .open = true}, false,
+                   [&](const LogEntry& entry) {
+                       last = count++ == 0 ? entry.sequence : last;
+                       return true;
+                   });
+    if (count != 0) {
+        condition.add(Level::critical, countText(count, "critical entry", "critical entries") +
+                                           " not acknowledged, the last #" + std::to_string(last));
+    }
+}
+
+void lookForLosses(Condition& condition, const std::vector<zel::Loss>& losses, const Since& since) {
+    std::int64_t events = 0;
+    for (const auto& loss : losses) {
+        events += !since || loss.lastAt >= *since ? loss.events - loss.acknowledged : 0;
+    }
+    if (events > 0) {
+        condition.add(Level::critical,
+                      countText(events, "event", "events") + " lost and not acknowledged");
+    }
+}
+
+void lookForSalvaged(Condition& condition, const LogReader& reader, const Since& since) {
+    bool found = false;
+    reader.forEach({.since = since, .open = true, .also = &LogEntry::salvaged}, false,
+                   [&found](const LogEntry& /*entry*/) {
+                       found = true;
+                       return false;
+                   });
+    if (found) {
+        condition.add(Level::warning, "salvaged entries not acknowledged");
+    }
+}
+
+void lookAround(Condition& condition, const std::string& path, const Since& since) {
+    const auto beside = lookBeside(path);
+    // Their names end with the time, without what stands between its digits.
+    auto earliest = since.value_or("");
+    std::erase_if(earliest, [](char c) { return c == '-' || c == ':'; });
+    const auto count = std::count_if(beside.setAside.begin(), beside.setAside.end(),
+                                     [&earliest](const std::string& name) {
+                                         return name.substr(name.rfind('-') + 1) >= earliest;
+                                     });
+    if (count != 0) {
+        condition.add(Level::warning,
+                      countText(count, "damaged database", "damaged databases") + " set aside");
+    }
+    if (beside.waiting) {
+        condition.add(Level::warning, "events wait for the database");
+    }
+}
+
+void look(Condition& condition, const Log& log, const Since& since) {
+    const auto reader = log.open();
+    lookAround(condition, log.path(), since);
+    if (!reader) {
+        return;
+    }
+    const auto health = reader->health();
+    const auto cap = platform::zelMaxEntries;
+    condition.entries = health.entries;
+    lookForOpen(condition, *reader, since);
+    lookForLosses(condition, health.losses, since);
+    if (health.salvaged != 0) {
+        lookForSalvaged(condition, *reader, since);
+    }
+    if (health.entries >= cap - cap / 10) {
+        condition.add(Level::warning, std::to_string(health.entries) + " of at most " +
+                                          std::to_string(cap) + " entries");
+    }
+}
+
+/** What keeps a monitor from knowing is a finding, too. */
+Condition conditionOf(const Log& log, const Arguments& arguments) {
+    Condition condition;
+    try {
+        look(condition, log, timeOf(arguments, "since", false));
+    } catch (const zel::SqliteError& error) {
+        const bool damaged = error.code() == SQLITE_CORRUPT;
+        condition.add(damaged ? Level::critical : Level::unknown, error.what());
+    } catch (const zel::Unreadable& problem) {
+        condition.add(problem.isDamage() ? Level::critical : Level::unknown, problem.what());
+    } catch (const Failure& failure) {
+        condition.add(Level::unknown, failure.what());
+    }
+    return condition;
+}
+
+std::string textOf(const Condition& condition) {
+    std::string text = wordOf(condition.level);
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](char c) { return static_cast<char>(c - 'a' + 'A'); });
+    text += ": ";
+    for (const auto& problem : condition.problems) {
+        text += (text.ends_with(": ") ? "" : "; ") + harmless(problem);
+    }
+    return condition.problems.empty() ? text + countText(condition.entries, "entry", "entries")
+                                      : text;
+}
+
+} // namespace
+
+Exit check(const Log& log, const Arguments& arguments) {
+    const auto form = formOf(arguments);
+    const auto condition = conditionOf(log, arguments);
+    if (form == Form::text) {
+        putLine(textOf(condition));
+    } else {
+        Json::Value object;
+        object["status"] = wordOf(condition.level);
+        object["database"] = log.path();
+        object["entries"] = Json::Int64{condition.entries};
+        object["problems"] = tools::toJson(condition.problems);
+        Records{form}.put(object);
+    }
+    return static_cast<Exit>(condition.level);
+}
+
+} // namespace tavrisk::tools
