@@ -44,7 +44,7 @@ Connection openForWriting(const std::string& path, const Opening& opening) {
 
     const auto version = checkedSchemaVersion(connection);
     if (version == 0) {
-        makeWithRoom(connection, 0);
+        makeWithRoom(connection, opening.entries * bytesOfEntry);
     }
     finishRoom(connection);
     connection.execute("PRAGMA journal_mode = WAL;"

@@ -96,11 +96,12 @@ TEST_F(MosslinkSpill, BoundsTheLogUnderAReaderThatStays) {
 TEST_F(MosslinkSpill, HasRoomOnAFullDiskAndCountsWhatIsBeyond) {
     const auto directory = std::filesystem::path{zelPath}.parent_path();
     ASSERT_EQ(0, mount("tmpfs", directory.c_str(), "tmpfs", 0, "size=16m"));
+    // Another one than this process has had open, which it would put back.
     database().execute("CREATE TABLE a (b); DROP TABLE a");
     submit("first");
     writeFile(directory / "filler", std::string(16 << 20, 'x'));
     int accepted = 1;
-    for (int i = 0; i < 8000; ++i) {
+    for (int i = 0; i < 8000 && Spill::look(zelPath).entries == 0; ++i) {
         accepted += submit(std::to_string(i)) == 0 ? 1 : 0;
     }
     EXPECT_EQ(8001, accepted);
