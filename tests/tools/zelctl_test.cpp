@@ -346,6 +346,8 @@ TEST_F(Zelctl, BacksUpAndKnowsAnIncompleteCopy) {
     EXPECT_EQ(run("backup /run/copy.db"), 1) << "nobody's copy is written over";
 
     std::filesystem::copy(path, "/run/alone.db");
+    EXPECT_EQ(run("check --db /run/alone.db"), 3);
+    EXPECT_THAT(readFile("/run/out"), testing::StartsWith("UNKNOWN: it is incomplete: "));
     run("list --db /run/alone.db"); // Leaves nothing beside it that could be taken for its log.
     EXPECT_EQ(run("verify --db /run/alone.db"), 1);
     EXPECT_THAT(readFile("/run/out"),

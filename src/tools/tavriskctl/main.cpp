@@ -24,22 +24,20 @@ constexpr std::array commands{
     CommandRow{"status", "", 0, 0, callOptions,
                "show the daemon, its settings, its data and losses", "", status},
     CommandRow{"set", "PROPERTY VALUE", 2, 2, callOptions, "change a setting",
-               "PROPERTY is SystemLEDSetting, a text, or RetentionSizeInMB or "
-               "RetentionIntervalInMinutes,\na number from 0 to 255.\n",
+               "PROPERTY is SystemLEDSetting, a text, or RetentionSizeInMB or\n"
+               "RetentionIntervalInMinutes, a number from 0 to 255.\n",
                set},
     CommandRow{"monitor", "", 0, 0, callOptions, "show changes as they come, until interrupted", "",
                monitor},
     CommandRow{"explain", "FILE...", 1, any, "json as verbose",
-               "say without a daemon what records tell, and what would become of them", fileNotes,
-               explain},
+               "say what records tell and what would become of them", fileNotes, explain},
 };
 
 constexpr std::array options{
     OptionRow{"json", 0, nullptr, "one JSON object per line instead of text"},
     OptionRow{"bus", 0, "BUS", "system (the default), session or a D-Bus address", true},
-    OptionRow{"timeout", 0, "SECONDS",
-              "longest wait for a reply, 0 for ever; 25 unless COMMAND's help says other", true},
-    OptionRow{"as", 0, "KIND", "for explain: event or cper; by default, what the file begins like"},
+    OptionRow{"timeout", 0, "SECONDS", "longest wait for a reply; by default 25, 0 for ever", true},
+    OptionRow{"as", 0, "KIND", "for explain: event or cper; by default by the first bytes"},
     OptionRow{"remove-accepted", 0, nullptr, "for log: remove each file once it is accepted"},
     OptionRow{"verbose", 0, nullptr, "for explain: all that a CPER says"},
 };
@@ -50,7 +48,7 @@ constexpr Program tavriskctl{
     commands,
     options,
     "",
-    "Exit status: 0 accepted; 1 refused, or a file could not be read or sent; 2 wrong usage;\n"
+    "Exit status: 0 accepted; 1 refused, or a file not read or sent; 2 wrong usage;\n"
     "3 the daemon could not be reached. Of several files the worst result counts.\n"};
 
 } // namespace

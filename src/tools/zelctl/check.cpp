@@ -3,6 +3,7 @@
 #include "tools/common/output.hpp"
 #include "tools/zelctl/beside.hpp"
 #include "tools/zelctl/commands.hpp"
+#include "tools/zelctl/completeness.hpp"
 #include "tools/zelctl/entry_text.hpp"
 #include "tools/zelctl/form.hpp"
 
@@ -89,12 +90,16 @@ void lookAround(Condition& condition, const std::string& path, const Since& sinc
 }
 
 void look(Condition& condition, const Log& log, const Since& since) {
+    const Completeness completeness{log.path()};
     const auto reader = log.open();
     lookAround(condition, log.path(), since);
     if (!reader) {
         return;
     }
     const auto health = reader->health();
+    if (const auto shortfall = completeness.lacksItsLog(health.highest)) {
+        condition.add(Level::unknown, shortfall->problem);
+    }
     const auto cap = platform::zelMaxEntries;
     condition.entries = health.entries;
     lookForOpen(condition, *reader, since);

@@ -1,13 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/common/output.hpp"
 #include "tools/zelctl/commands.hpp"
+#include "tools/zelctl/completeness.hpp"
 #include "tools/zelctl/entry_text.hpp"
 #include "tools/zelctl/form.hpp"
-
-#include <unistd.h>
-
-#include <array>
-#include <fstream>
 
 namespace tavrisk::tools {
 namespace {
@@ -18,47 +14,28 @@ struct Findings {
     std::string advice;
 };
 
-/** Whether the latest entries would be in a write-ahead log that is not there. The service never
- *  removes it; a copy may lack it. */
-bool lacksItsLog(const std::string& path) {
-    std::array<char, 20> head{};
-    std::ifstream{path, std::ios::binary}.read(head.data(), head.size());
-    const bool hasLog = head[18] == 2;
-    return hasLog && access((path + "-wal").c_str(), F_OK) != 0;
-}
-
-/** The highest number that was given out, as the small file beside the database has it. */
-std::int64_t highestUsed(const std::string& path) {
-    std::int64_t number = 0;
-    std::ifstream{path + ".numbers"} >> number;
-    return number;
-}
-
-void lookForTheRest(Findings& findings, const std::string& path, bool lacksLog,
-                    std::int64_t highest) {
-    const auto used = highestUsed(path);
-    if (lacksLog && (used == 0 || used > highest)) {
-        findings.problems.push_back("it is incomplete: " + path +
-                                    "-wal, which has the latest entries, is not beside it");
-        findings.advice = "copy that file as well, or make the copy with 'zelctl backup'";
-    } else if (used > highest) {
-        findings.problems.push_back("its last entry is #" + std::to_string(highest) + ", and #" +
-                                    std::to_string(used) + " was given out");
-        findings.advice = "look for entries in what was set aside, or in a backup";
+void lookForTheRest(Findings& findings, const Completeness& completeness, std::int64_t highest) {
+    auto shortfall = completeness.lacksItsLog(highest);
+    if (!shortfall) {
+        shortfall = completeness.lacksEntries(highest);
+    }
+    if (shortfall) {
+        findings.problems.push_back(shortfall->problem);
+        findings.advice = shortfall->advice;
     }
 }
 
 Findings examine(const std::string& path) {
     Findings findings;
     try {
-        const bool lacksLog = lacksItsLog(path); // Before it is opened: that may make one.
+        const Completeness completeness{path};
         const auto reader = LogReader::open(path);
         findings.problems = reader.findDamage();
         findings.advice = findings.problems.empty()
                               ? ""
                               : "keep a copy ('zelctl backup'); the service repairs what keeps it "
                                 "from writing with the next event";
-        lookForTheRest(findings, path, lacksLog, reader.highest());
+        lookForTheRest(findings, completeness, reader.highest());
         findings.entries = reader.health().entries;
     } catch (const zel::Unreadable& problem) {
         findings.problems.emplace_back(problem.what());
