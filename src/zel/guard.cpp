@@ -68,6 +68,7 @@ Guard::File::File(std::string path)
     if (descriptor_ < 0) {
         fail(path_);
     }
+    opened_ = status();
 }
 
 Guard::File::~File() {
@@ -91,9 +92,8 @@ struct stat Guard::File::named() const {
 }
 
 bool Guard::File::hasItsName() const {
-    const auto here = status();
     const auto there = named();
-    return here.st_dev == there.st_dev && here.st_ino == there.st_ino;
+    return opened_.st_dev == there.st_dev && opened_.st_ino == there.st_ino;
 }
 
 bool Guard::File::read(void* to, std::size_t size, off_t at) const {

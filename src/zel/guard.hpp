@@ -66,6 +66,7 @@ private:
     private:
         std::string path_;
         int descriptor_;
+        struct stat opened_ {}; // asked for once: its device and number stay as they are
     };
 
     using Header = std::array<unsigned char, 100>;
