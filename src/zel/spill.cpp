@@ -296,7 +296,7 @@ Spill::Reading::~Reading() {
 void Spill::Reading::goOnBehind(std::int64_t mark) {
     const auto value = static_cast<std::uint64_t>(mark);
     if (value >> 32U == generation_) {
-        at_ = std::max<off_t>(at_, value & 0xffffffffU);
+        at_ = std::max(at_, static_cast<off_t>(value & 0xffffffffU));
         if (isAtEnd()) { // Then these have gone in as well.
             losses_.clear();
         }
@@ -326,7 +326,7 @@ bool Spill::Reading::isAtEnd() const {
 }
 
 void Spill::Reading::finish() {
-    spill_.begin(spill_.header());
+    static_cast<void>(spill_.begin(spill_.header())); // else the marks keep it from going in twice
 }
 
 } // namespace tavrisk::zel

@@ -91,7 +91,7 @@ private:
     [[nodiscard]] off_t size() const;
     [[nodiscard]] Header header() const;
     [[nodiscard]] bool write(Header header) const;
-    bool begin(Header header) const;
+    [[nodiscard]] bool begin(Header header) const;
     [[nodiscard]] std::optional<Entry> read(off_t& at, std::uint64_t generation) const;
     [[nodiscard]] off_t end(std::uint64_t generation);
     static Losses losses(const Header& header);

@@ -83,7 +83,7 @@ public:
 
     /** After a look that found all sound: takes the write-ahead log's pages into the database when
      *  there are enough of them. False when there are not. */
-    bool checkpoint() const;
+    [[nodiscard]] bool checkpoint() const;
 
     /** As of the last look: whether a reader that stays has made the write-ahead log longer than it
      *  may become, and it cannot be begun anew. */
