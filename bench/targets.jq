@@ -43,4 +43,4 @@ def others:
 
 "| Target | | Figure | |", "|---|---|---|---|",
 (calls, work, others | "| \(.name) | \(.target) | \(.figure | rounded) | \(
-  if .met then "met" elif .near then "**missed**" else "**far off**" end) |")
+  if .met then "met" elif .near or $factor == 1 then "**missed**" else "**far off**" end) |")
