@@ -107,15 +107,20 @@ TEST_F(MosslinkSpill, HasRoomOnAFullDiskAndCountsWhatIsBeyond) {
     EXPECT_EQ(8001, accepted);
     EXPECT_EQ(8001, database().queryInteger("SELECT count(*) FROM entries"));
 
-    int refused = 0;
+    // At its cap, and in large pieces, as well.
     Spill spill{zelPath};
+    accepted += static_cast<int>(fill(spill, 3000, 20).size()) + 1;
+    EXPECT_EQ(0, submit("with 3000"));
+    EXPECT_EQ(0, Spill::look(zelPath).entries);
+
+    int refused = 0;
     accepted += static_cast<int>(fill(spill, 3600, 1000).size());
     for (int i = 0; refused < 3 && i < 2000; ++i) {
         const int result = submit(std::to_string(i) + std::string(1000, 'x'));
         accepted += result == 0 ? 1 : 0;
         refused += result == MOSSLINK_NO_SPACE ? 1 : 0;
     }
-    EXPECT_GT(accepted, 11'601);
+    EXPECT_GT(accepted, 14'602);
     EXPECT_EQ(3, Spill::look(zelPath).losses["no space"]);
     std::filesystem::remove(directory / "filler");
     EXPECT_EQ(0, submit("after"));
