@@ -82,7 +82,9 @@ std::int64_t Shares::dataVersion() {
 }
 
 void Shares::keepTo(std::int64_t most, std::span<const Entry> added, std::int64_t last) {
-    if (std::exchange(version_, -1) != dataVersion()) {
+    seen_ = dataVersion(); // Its own commit leaves it as it is.
+    mayHaveRemoved_ = std::exchange(version_, -1) != seen_;
+    if (mayHaveRemoved_) {
         ranked_ = false;
         kept_ = connection_.queryInteger("SELECT count(*) FROM entries");
     } else if (ranked_) {
@@ -97,6 +99,7 @@ void Shares::keepTo(std::int64_t most, std::span<const Entry> added, std::int64_
     if (kept_ <= most) {
         return;
     }
+    mayHaveRemoved_ = true;
     if (!ranked_) {
         rank();
     }

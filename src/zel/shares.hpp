@@ -62,8 +62,11 @@ public:
     void keepTo(std::int64_t most, std::span<const Entry> added, std::int64_t last);
 
     /** After its commit. Until then, and when another process writes, nothing is taken as known. */
-    void committed() { version_ = dataVersion(); }
+    void committed() { version_ = seen_; }
     void forget() { version_ = -1; }
+
+    /** Whether that, or another process before it, removed entries. */
+    [[nodiscard]] bool mayHaveRemoved() const { return mayHaveRemoved_; }
 
 private:
     std::int64_t dataVersion();
@@ -77,6 +80,8 @@ private:
     bool ranked_ = false;
     std::int64_t kept_ = 0;     // how many entries there are
     std::int64_t version_ = -1; // of all three: another one when other processes write
+    std::int64_t seen_ = -1;    // the version that the transaction began with
+    bool mayHaveRemoved_ = true;
 };
 
 } // namespace tavrisk::zel

@@ -72,6 +72,16 @@ bool Statement::step() {
     return result == SQLITE_ROW;
 }
 
+void Statement::run() {
+    try {
+        step();
+    } catch (...) {
+        reset();
+        throw;
+    }
+    reset();
+}
+
 std::int64_t Statement::integer(int column) const {
     return sqlite3_column_int64(statement_.get(), column);
 }
@@ -102,7 +112,11 @@ Transaction::~Transaction() {
 }
 
 void Transaction::commit() {
-    connection_->execute("COMMIT");
+    if (commit_ != nullptr) {
+        commit_->run();
+    } else {
+        connection_->execute("COMMIT");
+    }
     connection_ = nullptr;
 }
 

@@ -64,6 +64,8 @@ public:
 
     /** False at the end of the rows. */
     bool step();
+    /** Steps one that yields nothing, and resets it. */
+    void run();
     void reset() noexcept { sqlite3_reset(statement_.get()); }
 
     [[nodiscard]] std::int64_t integer(int column) const;
@@ -88,6 +90,11 @@ public:
         : connection_{&connection} {
         connection.execute(kind == Kind::write ? "BEGIN IMMEDIATE" : "BEGIN");
     }
+    /** With statements for its begin and its commit that were prepared before. */
+    Transaction(const Connection& connection, Statement& begin, Statement& commit)
+        : connection_{&connection}, commit_{&commit} {
+        begin.run();
+    }
     ~Transaction();
     void commit();
     Transaction(const Transaction&) = delete;
@@ -95,6 +102,7 @@ public:
 
 private:
     const Connection* connection_;
+    Statement* commit_ = nullptr;
 };
 
 /** Does what `body` does, again after each `pause` while it fails with an error that may pass, and

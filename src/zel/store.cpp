@@ -110,6 +110,8 @@ std::string bootId() {
 Store::Store(const std::string& path, const Opening& opening)
     : numbers_{(makeDirectory(std::filesystem::path{path}.parent_path()), path + ".numbers")},
       connection_{open(path, opening)},
+      begin_{connection_, "BEGIN IMMEDIATE"},
+      commit_{connection_, "COMMIT"},
       insert_{connection_, "INSERT OR IGNORE INTO entries (time, message_id, severity, arguments,"
                            " boot_id, since_boot, sequence)"
                            " VALUES (?, ?, ?, ?, ?, ?, nullif(?, 0))"},
@@ -185,7 +187,7 @@ Guard::State Store::look() {
 
 std::vector<std::int64_t> Store::append(std::span<const Entry> entries, std::int64_t maxEntries,
                                         const Losses& losses, std::int64_t spillMark) {
-    Transaction transaction{connection_};
+    Transaction transaction{connection_, begin_, commit_};
     std::vector<std::int64_t> numbers;
     bool restored = false;
     std::int64_t last = 0;
@@ -243,10 +245,12 @@ std::int64_t Store::spillMark() const {
 }
 
 std::int64_t Store::oldest() {
-    oldest_.step();
-    const auto sequence = oldest_.integer(0);
-    oldest_.reset();
-    return sequence;
+    if (shares_.mayHaveRemoved()) {
+        oldest_.step();
+        oldestSeen_ = oldest_.integer(0);
+        oldest_.reset();
+    }
+    return oldestSeen_;
 }
 
 bool Store::checkpoint() const {

@@ -60,6 +60,9 @@ public:
     /** What has become of its files. To be asked before and after each change. */
     Guard::State look();
 
+    /** Before each change, as part of a look or without one. */
+    void growSharedMemory() { guard_->growSharedMemory(); }
+
     /** Gives copies of what is open here the names that were removed. Raises std::system_error. */
     void putBack() const { guard_->putBack(); }
 
@@ -78,7 +81,7 @@ public:
         sqlite3_busy_timeout(connection_.get(), static_cast<int>(patience.count()));
     }
 
-    /** The number of the oldest entry; 0 without any. */
+    /** A number below which there is no entry: of the oldest one when any was last removed. */
     std::int64_t oldest();
 
     /** After a look that found all sound: takes the write-ahead log's pages into the database when
@@ -108,10 +111,11 @@ private:
     std::optional<Salvage> salvage_;
     std::unique_ptr<Guard> guard_; // made after the connection, and gone after it
     Connection connection_;
-    Statement insert_, oldest_;
+    Statement begin_, commit_, insert_, oldest_;
     Totals totals_;
     Shares shares_;
     std::string bootId_;
+    std::int64_t oldestSeen_ = 0;
 };
 
 } // namespace tavrisk::zel

@@ -65,8 +65,8 @@ void Writer::retry(Body body) {
 
 void Writer::prepare(Condition condition) {
     do {
-        if (store_) {
-            settle(store_->look());
+        if (store_ && !justLooked()) {
+            settle(look());
         }
         if (!store_) {
             open(condition);
@@ -76,6 +76,19 @@ void Writer::prepare(Condition condition) {
         }
         store_->setPatience(patience());
     } while (!takeWaiting());
+}
+
+/** Under a flood each commit's last look is the next one's first. What becomes of the files between
+ *  the two is seen after that. */
+bool Writer::justLooked() {
+    store_->growSharedMemory();
+    return std::chrono::steady_clock::now() - looked_ < std::chrono::milliseconds{1};
+}
+
+Guard::State Writer::look() {
+    const auto state = store_->look();
+    looked_ = state == Guard::State::sound ? std::chrono::steady_clock::now() : decltype(looked_){};
+    return state;
 }
 
 /** How long a batch waits for other processes: those that follow one which has waited in vain need
@@ -161,9 +174,9 @@ void Writer::add(std::span<const Entry> entries, const Losses& losses, std::int6
 
 /** After a commit. */
 Guard::State Writer::lookAndCheckpoint() {
-    auto state = store_->look();
+    auto state = look();
     if (state == Guard::State::sound && store_->checkpoint()) {
-        state = store_->look();
+        state = look();
     }
     if (state == Guard::State::sound && store_->isCheckpointed()) {
         recent_.clear();

@@ -4,6 +4,7 @@
 #include "zel/spill.hpp"
 #include "zel/store.hpp"
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -42,6 +43,8 @@ private:
     template <typename Body>
     void retry(Body body);
     void prepare(Condition condition);
+    bool justLooked();
+    Guard::State look();
     [[nodiscard]] Patience patience() const;
     void settle(Guard::State state);
     void open(Condition condition);
@@ -54,9 +57,10 @@ private:
     std::int64_t maxEntries_;
     Tell tell_;
     std::optional<Store> store_;
-    bool seemsDamaged_ = false; // what is to be opened next
-    std::vector<Entry> recent_; // that the database's own file may not have yet
-    Losses losses_;             // that neither the database nor the spill knows of yet
+    std::chrono::steady_clock::time_point looked_; // when all was last sound
+    bool seemsDamaged_ = false;                    // what is to be opened next
+    std::vector<Entry> recent_;                    // that the database's own file may not have yet
+    Losses losses_; // that neither the database nor the spill knows of yet
     Spill spill_;
     std::int64_t spillMark_ = 0; // of the last piece of it that was taken in
     bool isWaiting_ = false;     // something in it, which was told
