@@ -189,13 +189,18 @@ std::vector<std::int64_t> Store::append(std::span<const Entry> entries, std::int
                                         const Losses& losses, std::int64_t spillMark) {
     Transaction transaction{connection_, begin_, commit_};
     std::vector<std::int64_t> numbers;
+    std::vector<const Entry*> added;
     bool restored = false;
     std::int64_t last = 0;
     for (const auto& entry : entries) {
         numbers.push_back(insert(entry));
+        if (numbers.back() != 0) {
+            added.push_back(&entry);
+        }
         restored = restored || entry.sequence != 0;
         last = entry.sequence == 0 ? numbers.back() : last;
     }
+    totals_.count(added);
     numbers_.reserve(last);
     if (restored) {
         countRestored();
@@ -235,9 +240,7 @@ std::int64_t Store::insert(const Entry& entry) {
     if (sqlite3_changes64(connection_.get()) == 0) {
         return 0;
     }
-    const auto sequence = sqlite3_last_insert_rowid(connection_.get()); // before that of a total
-    totals_.count(entry);
-    return sequence;
+    return sqlite3_last_insert_rowid(connection_.get());
 }
 
 std::int64_t Store::spillMark() const {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <vector>
 
 namespace tavrisk::zel {
 
@@ -20,12 +21,12 @@ class Totals {
 public:
     explicit Totals(const Connection& connection);
 
-    void count(const Entry& entry) { count(entry, 0); }
+    void count(const std::vector<const Entry*>& entries);
     /** One that the cap has dropped, and its number. */
-    void countDropped(const Entry& entry, std::int64_t sequence) { count(entry, sequence); }
+    void countDropped(const Entry& entry, std::int64_t sequence) { count(entry, 0, sequence); }
 
 private:
-    void count(const Entry& entry, std::int64_t dropped);
+    void count(const Entry& like, std::int64_t recorded, std::int64_t dropped);
     bool addTo(std::string_view messageId, std::int64_t severity, std::string_view device);
 
     Statement device_, add_, insert_;

@@ -138,6 +138,7 @@ TEST_F(MosslinkSpill, ThoroughAMinuteOfALockedLog) {
     const auto holder = std::make_unique<tavrisk::zel::Connection>(database());
     Flood flood;
     Flood::waitForMore(100);
+    sqlite3_busy_timeout(holder->get(), 10'000);
     holder->execute("BEGIN EXCLUSIVE");
     const auto before = Flood::accepted().size();
     sleep(60);
