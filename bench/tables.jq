@@ -21,9 +21,8 @@ def workTable: if .work then
   (.work[] | "| \(.method), \(if .program == "limit" then "limit" else "daemon" end) | \(.instructions | n(0)) | \(.allocations) | \(.systemCalls | to_entries | sort_by(-.value) | map(select(.value >= 0.01) | "\(.key) \(.value | n(2))") | join(", ")) |"), "" else empty end;
 
 def logTable: if .log then
-  "| Event log, on a disk | entries/s |", "|---|---|",
-  (.log[] | "| one thread | \(.one | n(0)) |", "| 32 threads | \(.many | n(0)) |",
-    "| bare SQLite, batches of 32 | \(.bare | n(0)) |"), "" else empty end;
+  "| Event log, entries/s | one thread | 32 threads | bare SQLite, batches of 32 |", "|---|---|---|---|",
+  (.log[] | "| syncs \(.syncs) | \(.one | n(0)) | \(.many | n(0)) | \(.bare | n(0)) |"), "" else empty end;
 
 def growthTable: if .growingLog then
   "| Entries in the log | entries/s | CPU µs for each |", "|---|---|---|",

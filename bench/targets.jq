@@ -33,8 +33,8 @@ def others:
   (.large[]? | row("peak RSS of a Log of 16 MiB over idle, in its size"; null; 2.3;
     (.tavrisk.peakKiB - .idleKiB) / 16384)),
   (.log[]? |
-    row("event log: 32 threads ÷ one"; 5; null; .toOne),
-    row("event log: 32 threads ÷ bare SQLite in batches of 32"; 0.8; null; .toBare)),
+    row("event log, syncs \(.syncs): 32 threads ÷ one"; 5; null; .toOne),
+    row("event log, syncs \(.syncs): 32 threads ÷ bare SQLite in batches of 32"; 0.8; null; .toBare)),
   (.growingLog // empty | row("event log: CPU of an entry, with 100,000 ÷ with 100"; null; 1.25;
     (.[-1].cpuUs / .[0].cpuUs))),
   (.growingTree // empty | row("Log: CPU, with 100,000 files ÷ with none"; null; 1.1;

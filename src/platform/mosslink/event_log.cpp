@@ -6,6 +6,7 @@
 #include "text/utc_time.hpp"
 #include "zel/layout.hpp"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <ctime>
@@ -126,6 +127,17 @@ std::shared_ptr<EventLog::Batch> EventLog::batchFor(const Entry& entry) {
     return collecting_;
 }
 
+/** Those whose entries were just written may have more. Without them, threads that submit one entry
+ *  after the other would go in halves, each waiting for the other's sync. */
+void EventLog::gather(std::unique_lock<std::mutex>& lock, const std::shared_ptr<Batch>& batch) {
+    const std::chrono::steady_clock::duration most = std::chrono::milliseconds{2};
+    gathered_.wait_for(lock, std::min(lastTook_ / 4, most),
+                       [&] { return collecting_ != batch || batch->entries.size() >= lastSize_; });
+    if (collecting_ == batch) {
+        collecting_.reset();
+    }
+}
+
 MOSSLINKError EventLog::submit(Entry entry) {
     std::unique_lock lock{mutex_};
     const auto batch = batchFor(entry);
@@ -133,17 +145,19 @@ MOSSLINKError EventLog::submit(Entry entry) {
     entry.time = text::UtcTime{std::chrono::system_clock::now()}.text();
     batch->entries.push_back(std::move(entry));
     if (batch->entries.size() > 1) {
+        gathered_.notify_one();
         batch->finished.wait(lock, [&batch] { return batch->result.has_value(); });
         return *batch->result;
     }
 
     written_.wait(lock, [this, &batch] { return nextToWrite_ == batch->number; });
-    if (collecting_ == batch) {
-        collecting_.reset();
-    }
+    gather(lock, batch);
     lock.unlock();
+    const auto begun = std::chrono::steady_clock::now();
     const auto result = write(*batch);
     lock.lock();
+    lastSize_ = batch->entries.size();
+    lastTook_ = std::chrono::steady_clock::now() - begun;
     ++nextToWrite_;
     written_.notify_all();
     batch->result = result;

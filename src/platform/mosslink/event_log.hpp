@@ -4,6 +4,7 @@
 #include "platform/mosslink/mosslink_errors.h"
 #include "zel/writer.hpp"
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -41,6 +42,7 @@ private:
     };
 
     std::shared_ptr<Batch> batchFor(const Entry& entry);
+    void gather(std::unique_lock<std::mutex>& lock, const std::shared_ptr<Batch>& batch);
     MOSSLINKError write(const Batch& batch) noexcept;
     MOSSLINKError failed(const Batch& batch, MOSSLINKError code) noexcept;
 
@@ -49,6 +51,9 @@ private:
     std::uint64_t batches_ = 0; // so many have begun
     std::uint64_t nextToWrite_ = 1;
     std::condition_variable written_;
+    std::size_t lastSize_ = 1; // of the batch that was written last, and how long that took
+    std::chrono::steady_clock::duration lastTook_{};
+    std::condition_variable gathered_;
 
     Writer writer_; // of who is writing, without the mutex
 };
