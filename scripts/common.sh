@@ -53,6 +53,20 @@ need_build() {
   need g++ $(libraries '') meson ninja-build pkg-config dbus-daemon util-linux "$@"
 }
 
+# Prometheus' programs, below build/prometheus: installed, their packages would start services.
+need_prometheus() {
+  [ ! -x "$root/build/prometheus/usr/bin/prometheus-node-exporter" ] || return 0
+  need apt
+  mkdir -p "$root/build/prometheus"
+  (
+    cd "$root/build/prometheus"
+    rm -f -- *.deb
+    apt-get download -qq prometheus prometheus-node-exporter 2>/dev/null ||
+      { ${as_root-} apt-get update -qq && apt-get download -qq prometheus prometheus-node-exporter; }
+    for package in *.deb; do dpkg -x "$package" .; done
+  ) || die "promtool and prometheus-node-exporter were not to be had"
+}
+
 # show_progress LOG: how far ninja is by its log, over and over in one line of a terminal.
 show_progress() {
   while sleep 0.5; do
