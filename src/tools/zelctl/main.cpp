@@ -52,10 +52,11 @@ constexpr auto timeNotes =
     "'-1h30m' or '1 hour ago' (w, d, h, m and s); or '@' and seconds since 1970.\n";
 
 constexpr std::array commands{
-    CommandRow{"list", "", 0, 0,
-               "since until severity id not-id device not-device grep after boot boots open fold "
-               "limit reverse json output no-pager db",
-               "show entries, newest first", timeNotes, on<list, Paged::yes>},
+    CommandRow{
+        "list", "", 0, 0,
+        "since until severity id not-id device not-device grep after boot boots open long fold "
+        "limit reverse json output no-pager db",
+        "show entries, newest first", timeNotes, on<list, Paged::yes>},
     CommandRow{
         "follow", "", 0, 0,
         "since until severity id not-id device not-device grep after boot open limit reverse json "
@@ -72,8 +73,8 @@ constexpr std::array commands{
                "note that somebody has seen to entries", "SEQ are their sequence numbers.\n",
                on<ack>},
     CommandRow{"stats", "", 0, 0,
-               "since until severity id not-id device not-device grep after boot open json output "
-               "no-pager db",
+               "since until severity id not-id device not-device grep after boot open parts json "
+               "output no-pager db",
                "show the log's health, how many entries of what, and when", timeNotes,
                on<stats, Paged::yes>},
     CommandRow{"check", "", 0, 0, "since json output db",
@@ -109,6 +110,8 @@ constexpr std::array options{
     OptionRow{"boot", 0, "BOOT", "entries of a boot: 0 this, -1 the one before, or its ID"},
     OptionRow{"open", 0, nullptr, "entries that nobody has acknowledged"},
     OptionRow{"boots", 0, nullptr, "for list: the boots instead"},
+    OptionRow{"long", 0, nullptr, "for list: with what each entry's record says"},
+    OptionRow{"parts", 0, nullptr, "for stats: by the parts that the records name, too"},
     OptionRow{"fold", 0, nullptr, "for list: one line for all repeats of an entry"},
     OptionRow{"limit", 'n', "N", "stop after N entries"},
     OptionRow{"reverse", 'r', nullptr, "oldest first, as follow has them always"},

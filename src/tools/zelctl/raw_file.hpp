@@ -2,6 +2,7 @@
 #pragma once
 
 #include "records/classifier.hpp"
+#include "tools/common/content.hpp"
 #include "tools/zelctl/log.hpp"
 
 #include <array>
@@ -10,6 +11,7 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -21,6 +23,9 @@ struct RawPlace {
     std::string directory;
     std::optional<std::int64_t> (*secondsOf)(const std::filesystem::path& file);
     std::optional<std::vector<std::uint8_t>> (*toEventRecord)(const std::vector<std::uint8_t>& raw);
+    /** What they say of themselves. */
+    Summary (*summaryOf)(std::span<const std::uint8_t> raw);
+    Content (*contentOf)(std::span<const std::uint8_t> raw);
 
     /** Passes its files and when they were kept. Returns why it could not be looked through, or
      *  nothing. */
@@ -42,13 +47,33 @@ struct RawFiles {
      *  second they may be those of another report, whose file is the only one left. */
     std::chrono::seconds delay{0};
     /** Where could not be looked, and why; empty when all places could. */
-    std::string unreadable;
+    std::string unreadable{};
+    /** Of the place that they are in; null without any. */
+    const RawPlace* place = nullptr;
+    /** What the first of them says. */
+    Summary summary{};
 
     [[nodiscard]] bool isGuess() const { return delay > std::chrono::seconds{1}; }
 };
 
-/** Those files kept last before the entry was made that the daemon would make the same entry of:
- *  of the data tree, or else of what SaveAndClearCache has saved of it. */
-RawFiles findRawFiles(const LogEntry& entry);
+/** The first file's bytes; nothing where there is none, or when it cannot be read. */
+std::optional<std::vector<std::uint8_t>> firstOf(const RawFiles& files);
+
+/** The data files of this machine. Each is read once, when an entry may have come from it. */
+class RawFileIndex {
+public:
+    RawFileIndex();
+    ~RawFileIndex();
+    RawFileIndex(const RawFileIndex&) = delete;
+    RawFileIndex& operator=(const RawFileIndex&) = delete;
+
+    /** Those files kept last before the entry was made that the daemon would make the same entry
+     *  of: of the data tree, or else of what SaveAndClearCache has saved of it. */
+    RawFiles find(const LogEntry& entry);
+
+private:
+    class Tree;
+    std::vector<Tree> trees_;
+};
 
 } // namespace tavrisk::tools
