@@ -38,7 +38,7 @@ std::string escaped(std::string_view text) {
 std::string withoutNonCharacters(std::string text) {
     for (const auto* const bytes : {"\xef\xbf\xbe", "\xef\xbf\xbf"}) {
         for (auto at = text.find(bytes); at != std::string::npos; at = text.find(bytes, at)) {
-            text.replace(at, 3, "\\u{fffe}");
+            text.replace(at, 3, bytes[2] == '\xbe' ? "\\u{fffe}" : "\\u{ffff}");
         }
     }
     return text;

@@ -79,7 +79,7 @@ constexpr Markup head =
 @media (prefers-color-scheme:dark){:root{--line:#555;--critical:#ff8a80;--warning:#ffb74d;--other:#a9b4c2}}
 body{font:16px/1.45 system-ui,sans-serif;max-width:60rem;margin:0 auto;padding:1rem;overflow-wrap:anywhere}
 table{border-collapse:collapse;width:100%}th,td{text-align:left;vertical-align:top;padding:.2rem .6rem .2rem 0;border-bottom:1px solid var(--line)}
-table.facts th{width:9rem;font-weight:600}summary{padding:.3rem 0;cursor:pointer}details{border-bottom:1px solid var(--line)}
+table:not(.facts) td:not(:first-child){overflow-wrap:normal}table.facts th{width:9rem;font-weight:600}summary{padding:.3rem 0;cursor:pointer}details{border-bottom:1px solid var(--line)}
 pre{white-space:pre-wrap;font-size:.85rem}svg{width:100%;height:9rem;border-bottom:1px solid var(--line)}
 .critical{color:var(--critical);fill:var(--critical)}.warning{color:var(--warning);fill:var(--warning)}.other{color:var(--other);fill:var(--other)}
 b.critical,b.warning,b.other{text-transform:uppercase;font-size:.8rem}.ends{display:flex;justify-content:space-between;gap:1rem}
