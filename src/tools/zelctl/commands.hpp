@@ -22,6 +22,8 @@ Exit ack(const Log& log, const Arguments& arguments);
 /** The status is what monitors know: 0 well, 1 a warning, 2 critical, 3 unknown. */
 Exit check(const Log& log, const Arguments& arguments);
 Exit backup(const Log& log, const Arguments& arguments);
+/** Writes a page of HTML, whole or not at all. */
+Exit report(const Log& log, const Arguments& arguments);
 Exit recover(const Log& log, const Arguments& arguments);
 
 } // namespace tavrisk::tools

@@ -112,6 +112,10 @@ std::optional<Bytes> firstOf(const RawFiles& files) {
     return files.paths.empty() ? std::nullopt : readFile(files.paths.front());
 }
 
+std::string partOf(const LogEntry& entry, const RawFiles& files) {
+    return files.summary.part.empty() || files.isGuess() ? entry.device() : files.summary.part;
+}
+
 /** A data tree; its directories are read when it is first looked at. */
 class RawFileIndex::Tree {
 public:

@@ -59,6 +59,9 @@ struct RawFiles {
 /** The first file's bytes; nothing where there is none, or when it cannot be read. */
 std::optional<std::vector<std::uint8_t>> firstOf(const RawFiles& files);
 
+/** The part that the entry's record names, or else the device, and also where it is a guess. */
+std::string partOf(const LogEntry& entry, const RawFiles& files);
+
 /** The data files of this machine. Each is read once, when an entry may have come from it. */
 class RawFileIndex {
 public:

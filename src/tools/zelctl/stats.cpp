@@ -44,12 +44,6 @@ std::int64_t bytesOnDisk(const std::string& path) {
     return bytes;
 }
 
-/** The part that the entry's record names, or else the device. */
-std::string partOf(RawFileIndex& index, const LogEntry& entry) {
-    const auto files = index.find(entry);
-    return files.summary.part.empty() || files.isGuess() ? entry.device() : files.summary.part;
-}
-
 Statistics collect(const std::string& path, const std::optional<LogReader>& reader, Filter filter,
                    bool withParts) {
     Statistics statistics;
@@ -70,7 +64,7 @@ Statistics collect(const std::string& path, const std::optional<LogReader>& read
         ++statistics.byMessageId[entry.messageId];
         ++statistics.byDevice[entry.device()];
         if (statistics.byPart) {
-            ++(*statistics.byPart)[partOf(index, entry)];
+            ++(*statistics.byPart)[partOf(entry, index.find(entry))];
         }
         if (const auto time = fromLogTime(entry.time)) {
             statistics.times.push_back(*time);
