@@ -97,6 +97,40 @@ Health LogReader::health() const {
     });
 }
 
+Figures LogReader::figures() const {
+    return patiently([this] {
+        const Transaction view{connection_, Transaction::Kind::read};
+        Figures figures;
+        if (schemaVersion_ == 0) {
+            return figures;
+        }
+        figures.last = positionOf(connection_.queryInteger("SELECT max(sequence) FROM entries"));
+        if (schemaVersion_ >= 2) {
+            figures.dropped = connection_.queryInteger("SELECT dropped FROM state");
+        }
+        // Later layouts know how many numbers have no entry any more.
+        figures.entries = connection_.queryInteger(
+            schemaVersion_ >= 3
+                ? "SELECT coalesce((SELECT max(seq) FROM sqlite_sequence), 0) - gone FROM state"
+                : "SELECT count(*) FROM entries");
+        if (schemaVersion_ >= 3) {
+            figures.losses = losses();
+            figures.totals = totals();
+        }
+        return figures;
+    });
+}
+
+std::vector<Total> LogReader::totals() const {
+    Statement rows{connection_, "SELECT message_id, severity, device, recorded FROM totals"};
+    std::vector<Total> totals;
+    while (rows.step()) {
+        totals.push_back(
+            {rows.text(0), severityOf(rows.integer(1)), rows.text(2), rows.integer(3)});
+    }
+    return totals;
+}
+
 std::vector<Loss> LogReader::losses() const {
     Statement rows{connection_, "SELECT cause, events, acknowledged, last_at FROM losses"
                                 " ORDER BY events DESC, cause"};

@@ -92,6 +92,24 @@ struct Boot {
     Position last;
 };
 
+/** How many entries were ever recorded of a message, severity and device. What there was no row
+ *  for counts in one of its severity alone. */
+struct Total {
+    std::string messageId;
+    Severity severity;
+    std::string device;
+    std::int64_t recorded;
+};
+
+/** What the log counts of itself. */
+struct Figures {
+    std::int64_t entries = 0;
+    std::int64_t dropped = 0;
+    Position last;
+    std::vector<Loss> losses;
+    std::vector<Total> totals; // nothing in older layouts
+};
+
 struct Health {
     std::int64_t schemaVersion = 0;
     std::int64_t entries = 0;
@@ -117,6 +135,9 @@ public:
 
     /** Looks through all of the log, unlike the others here. */
     [[nodiscard]] Health health() const;
+
+    /** Looks at none but the last entry, but in a log of an older layout. */
+    [[nodiscard]] Figures figures() const;
 
     /** The last number given out, were the entry removed since or not. */
     [[nodiscard]] std::int64_t highest() const;
@@ -158,6 +179,7 @@ private:
                                              std::int64_t beyond, std::size_t size) const;
     [[nodiscard]] Position positionOf(std::int64_t sequence) const;
     [[nodiscard]] std::vector<Loss> losses() const;
+    [[nodiscard]] std::vector<Total> totals() const;
     void findDamagedEntries(std::vector<std::string>& damage) const;
 
     bool immutable_; // taken as a file that nobody writes to

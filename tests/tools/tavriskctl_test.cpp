@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <sstream>
 
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
@@ -91,6 +92,8 @@ TEST_F(Tavriskctl, SaysInOneSentenceWhatBecameOfEachRequest) {
         {"--bus=sytem status", 2, "tavriskctl: --bus takes system, session or an address such as"},
         {"--timeout=-1 status", 2,
          "tavriskctl: --timeout takes a number of seconds, a year's at most"},
+        {"status --to=/run/x", 2, "tavriskctl: --to goes with --metrics"},
+        {"status --metrics --json", 2, "tavriskctl: --metrics and --json exclude each other"},
         {"status >/dev/full", 1, "tavriskctl: the output could not be written"},
     });
     EXPECT_EQ(readFile("/run/hmc/dump/kept"), readFile("/run/e"));
@@ -113,7 +116,12 @@ TEST_F(Tavriskctl, ExitsWith3WhenNobodyAnswers) {
                 "tavriskctl: README.md: no reply within 0.1 s; the daemon serves one call at a "
                 "time and may still carry this one out\ntavriskctl: empty: not sent"}});
     stopBus();
-    expectAll({{"status", 3, directories + "tavriskctl: cannot connect to the bus at 'unix:"}});
+    expectAll({{"status --metrics 2>/dev/null", 3,
+                "# HELP tavrisk_up Whether the daemon answers.\n# TYPE tavrisk_up gauge\n"
+                "tavrisk_up 0\n# HELP tavrisk_journal_readable Whether there is a journal that "
+                "this user may read.\n# TYPE tavrisk_journal_readable gauge\n"
+                "tavrisk_journal_readable 0"},
+               {"status", 3, directories + "tavriskctl: cannot connect to the bus at 'unix:"}});
 }
 
 TEST_F(Tavriskctl, PrintsOneJsonObjectPerLine) {
@@ -164,6 +172,16 @@ TEST_F(Tavriskctl, StatusCountsTheEventsThatTheJournalTellsTheLossOf) {
     EXPECT_EQ(losses()["causes"]["refused by the event log"], 2);
     EXPECT_EQ(losses()["causes"]["refused by the data store"], 1);
     EXPECT_EQ(losses()["causes"]["no worker to be had"], 1);
+    launch("status --metrics")->wait();
+    for (const auto& line : {std::string{"up 1"}, "process_id " + std::to_string(daemon->pid()),
+                             std::string{"retention_size_bytes 10485760"},
+                             std::string{"retention_interval_seconds 600"},
+                             std::string{"system_led_setting_info{setting=\"Disabled\"} 1"},
+                             std::string{"journal_lost_events{cause=\"want of memory\"} 0"},
+                             std::string{"journal_lost_events{cause=\"refused by the event "
+                                         "log\"} 2"}}) {
+        EXPECT_THAT(readFile("/run/out"), HasSubstr("\ntavrisk_" + line + "\n"));
+    }
 }
 
 TEST_F(Tavriskctl, MonitorFollowsPropertiesAndNameUntilNobodyListens) {

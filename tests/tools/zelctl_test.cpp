@@ -338,6 +338,40 @@ TEST_F(Zelctl, TellsMonitorsHowThingsAre) {
     }
 }
 
+TEST_F(Zelctl, WritesFiguresThatDoNotFallWithTheirEntries) {
+    add("2025-01-05T10:00:00.999Z", "HMC0001", 1, "\"\\\n\u00e9");
+    haveOneWait();
+    execute("INSERT INTO losses VALUES ('busy', 3, 1, '2025-01-02T10:00:00.000Z')");
+    const tavrisk::zel::Entry more{"2025-01-05T10:00:01.999Z", "HMC0001", 1, R"(["GPU0"])"};
+    tavrisk::zel::Store{path}.append({&more, 1}, 3);
+    EXPECT_EQ(run("metrics --to /run/x.prom"), 0);
+    EXPECT_EQ(std::filesystem::status("/run/x.prom").permissions(), std::filesystem::perms{0644});
+    const auto text = readFile("/run/x.prom");
+    EXPECT_EQ(outputOf("metrics"), text);
+    for (const auto* line :
+         {R"(recorded_entries_total{message="HMC0001",severity="critical",device="GPU0"} 2)",
+          R"(recorded_entries_total{message="HMC0001",severity="critical",device="\"\\\né"} 1)",
+          R"(recorded_entries_total{message="XYZ",severity="other",device=""} 1)",
+          "dropped_entries_total 4", "entries 3", R"(lost_events_total{cause="busy"} 3)",
+          R"(acknowledged_losses_total{cause="busy"} 1)", "waiting_entries 1",
+          "last_entry_timestamp_seconds 1736071201", "readable 1", "set_aside_databases 0"}) {
+        EXPECT_THAT(text, HasSubstr("\ntavrisk_zel_" + std::string{line} + "\n"));
+    }
+    // What cannot be replaced stays, and nothing is left beside it.
+    for (const auto* place : {"/run/none/x.prom", "/run/hmc", "/dev/full"}) {
+        EXPECT_EQ(run(std::string{"metrics --to "} + place), 1) << place;
+    }
+    EXPECT_EQ(run("metrics --to=/run/x.prom", "ulimit -f 0; trap '' XFSZ; exec"), 1);
+    EXPECT_EQ(readFile("/run/x.prom"), text);
+    for (const auto& file : std::filesystem::directory_iterator{"/run"}) {
+        EXPECT_THAT(file.path().string(), testing::Not(HasSubstr(".prom.")));
+    }
+    damageThePages();
+    EXPECT_EQ(run("metrics --to=/run/x.prom"), 1);
+    EXPECT_THAT(readFile("/run/x.prom"),
+                AllOf(HasSubstr("\ntavrisk_zel_readable 0\n"), HasSubstr("waiting_entries 1\n")));
+}
+
 TEST_F(Zelctl, BacksUpAndKnowsAnIncompleteCopy) {
     const auto expected = outputOf("list");
     tavrisk::zel::Store writer{path}; // as the daemon, which has it open meanwhile

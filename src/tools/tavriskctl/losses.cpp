@@ -139,6 +139,14 @@ std::vector<Fact> factsOf(const Losses& losses) {
 
 } // namespace
 
+std::vector<const char*> lossCauses() {
+    std::vector<const char*> causes;
+    for (const auto& line : lossLines) {
+        causes.push_back(line.cause);
+    }
+    return causes;
+}
+
 std::vector<Fact> lossesInJournal() {
     try {
         return factsOf(readJournal());

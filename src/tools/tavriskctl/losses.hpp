@@ -12,4 +12,7 @@ namespace tavrisk::tools {
  *  libraries. Without a journal that the caller may read, that is the fact. */
 std::vector<Fact> lossesInJournal();
 
+/** All causes that it may tell. */
+std::vector<const char*> lossCauses();
+
 } // namespace tavrisk::tools

@@ -21,8 +21,10 @@ constexpr std::array commands{
                save},
     CommandRow{"clear", "", 0, 0, callOptions, "have the data cache saved and emptied",
                "--timeout is 1260 by default, which is 21 minutes.\n", clear},
-    CommandRow{"status", "", 0, 0, callOptions,
-               "show the daemon, its settings, its data and losses", "", status},
+    CommandRow{"status", "", 0, 0, "json bus timeout metrics to",
+               "show the daemon, its settings, its data and losses",
+               "With --metrics of a daemon that cannot be reached, too: tavrisk_up is 0 then.\n",
+               status},
     CommandRow{"set", "PROPERTY VALUE", 2, 2, callOptions, "change a setting",
                "PROPERTY is SystemLEDSetting, a text, or RetentionSizeInMB or\n"
                "RetentionIntervalInMinutes, a number from 0 to 255.\n",
@@ -39,6 +41,8 @@ constexpr std::array options{
     OptionRow{"timeout", 0, "SECONDS", "longest wait for a reply; by default 25, 0 for ever", true},
     OptionRow{"as", 0, "KIND", "for explain: event or cper; by default by the first bytes"},
     OptionRow{"remove-accepted", 0, nullptr, "for log: remove each file once it is accepted"},
+    OptionRow{"metrics", 0, nullptr, "for status: what it tells as figures for Prometheus"},
+    OptionRow{"to", 0, "FILE", "for status: with --metrics, replace FILE, at once and whole"},
     OptionRow{"verbose", 0, nullptr, "for explain: all that a CPER says"},
 };
 

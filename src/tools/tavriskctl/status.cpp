@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "contract/places.hpp"
+#include "contract/properties.hpp"
+#include "tools/common/directory.hpp"
+#include "tools/common/metrics.hpp"
 #include "tools/common/output.hpp"
 #include "tools/tavriskctl/commands.hpp"
 #include "tools/tavriskctl/daemon.hpp"
 #include "tools/tavriskctl/losses.hpp"
 #include "tools/tavriskctl/report.hpp"
 
-#include <filesystem>
 #include <optional>
-#include <system_error>
 #include <utility>
 
 using namespace std::chrono_literals;
@@ -16,22 +17,9 @@ using namespace std::chrono_literals;
 namespace tavrisk::tools {
 namespace {
 
-/** Counts the regular files of a directory, without those below it. */
+/** Of a directory. */
 Fact factOf(const std::string& path) {
-    std::uintmax_t files = 0;
-    std::uintmax_t bytes = 0;
-    std::error_code error;
-    std::filesystem::directory_iterator entry{path, error};
-    while (!error && entry != std::filesystem::directory_iterator{}) {
-        // A file may be gone again before it is looked at: it is not counted then.
-        std::error_code gone;
-        if (entry->symlink_status(gone).type() == std::filesystem::file_type::regular) {
-            const auto size = entry->file_size(gone);
-            files += gone ? 0 : 1;
-            bytes += gone ? 0 : size;
-        }
-        entry.increment(error);
-    }
+    const auto& [files, bytes, error] = sizeOfDirectory(path);
     Fact fact{harmless(path), "", nullptr};
     fact.json["path"] = path;
     if (error) {
@@ -126,22 +114,84 @@ std::vector<Fact> factsOf(const Seen& seen) {
     return facts;
 }
 
+void addSettings(Metrics& metrics, const std::vector<Property>& properties) {
+    constexpr std::int64_t megabyte = 1024 * 1024;
+    constexpr std::int64_t minute = 60;
+    for (const auto& [name, value] : properties) {
+        const auto* const number = std::get_if<std::uint8_t>(&value);
+        if (number != nullptr && name == retentionSizeInMB.name) {
+            metrics.addGauge("tavrisk_retention_size_bytes",
+                             "What a directory of the data cache may take, as set.",
+                             *number * megabyte);
+        } else if (number != nullptr && name == retentionIntervalInMinutes.name) {
+            metrics.addGauge("tavrisk_retention_interval_seconds",
+                             "How often that is seen to, as set.", *number * minute);
+        } else if (name == systemLEDSetting.name) {
+            metrics.add("tavrisk_system_led_setting_info", "gauge", "The setting SystemLEDSetting.",
+                        {{1, {{"setting", toText(value)}}}});
+        }
+    }
+}
+
+/** As far back as the journal goes: they fall when it forgets, and are no counters. */
+void addLosses(Metrics& metrics, const Json::Value& losses) {
+    metrics.addGauge("tavrisk_journal_readable",
+                     "Whether there is a journal that this user may read.",
+                     losses.isMember("error") ? 0 : 1);
+    if (losses.isMember("error")) {
+        return;
+    }
+    std::vector<Metrics::Sample> causes;
+    for (const auto* cause : lossCauses()) {
+        causes.push_back({losses["causes"][cause].asInt64(), {{"cause", cause}}});
+    }
+    metrics.add("tavrisk_journal_lost_events", "gauge",
+                "Lost events that the journal tells of, as far back as it goes.", causes);
+    metrics.addGauge("tavrisk_journal_lines_not_written",
+                     "Lines that the journal lacks because it was too slow.",
+                     losses["linesNotWritten"].asInt64());
+}
+
+void writeMetrics(const Seen& seen, const Arguments& arguments) {
+    Metrics metrics;
+    metrics.addGauge("tavrisk_up", "Whether the daemon answers.", seen.failure ? 0 : 1);
+    if (seen.owner && seen.owner->processId) {
+        metrics.addGauge("tavrisk_process_id", "The daemon's process.", *seen.owner->processId);
+    }
+    addSettings(metrics, seen.properties);
+    addLosses(metrics, toJson(lossesInJournal())["losses"]);
+    metrics.write(arguments);
+}
+
+void putStatus(const Seen& seen, const Arguments& arguments) {
+    const auto facts = factsOf(seen);
+    if (arguments.json()) {
+        const auto status = seen.failure ? seen.failure->status() : Exit::done;
+        const std::string reason{seen.failure ? seen.failure->what() : ""};
+        putLine(jsonLine(toJson(facts, resultJson(arguments.command, status, reason))));
+    } else {
+        putFacts(facts, 28);
+    }
+}
+
 } // namespace
 
 Exit status(const Arguments& arguments) {
+    if (arguments.has("to") && !arguments.has("metrics")) {
+        failUsage("--to goes with --metrics");
+    }
+    if (arguments.json() && arguments.has("metrics")) {
+        failUsage("--metrics and --json exclude each other");
+    }
     const auto seen = look(targetOf(arguments, 25s));
-    const auto facts = factsOf(seen);
-    const auto status = seen.failure ? seen.failure->status() : Exit::done;
+    arguments.has("metrics") ? writeMetrics(seen, arguments) : putStatus(seen, arguments);
+    if (!seen.failure) {
+        return Exit::done;
+    }
     if (arguments.json()) {
-        const std::string reason{seen.failure ? seen.failure->what() : ""};
-        putLine(jsonLine(toJson(facts, resultJson(arguments.command, status, reason))));
-        return status;
+        return seen.failure->status();
     }
-    putFacts(facts, 28);
-    if (seen.failure) {
-        throw Failure{*seen.failure};
-    }
-    return status;
+    throw Failure{*seen.failure};
 }
 
 } // namespace tavrisk::tools

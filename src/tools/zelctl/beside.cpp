@@ -15,7 +15,7 @@ Beside lookBeside(const std::string& path) {
     const std::filesystem::path database{path};
     Beside beside;
     beside.waitingAt = path + ".spill";
-    beside.waiting = zel::Spill::look(path).entries != 0;
+    beside.waiting = zel::Spill::look(path).entries;
     std::error_code none;
     const auto name = database.filename().string() + ".damaged-";
     const auto directory = database.has_parent_path() ? database.parent_path() : ".";

@@ -3,6 +3,7 @@
 
 #include "zel/reader.hpp"
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -12,7 +13,7 @@ namespace tavrisk::tools {
 struct Beside {
     std::vector<std::string> setAside; // damaged databases that others took the place of
     std::string waitingAt;             // where events wait when the database cannot take them
-    bool waiting = false;              // some do
+    std::int64_t waiting = 0;          // how many do
 };
 
 Beside lookBeside(const std::string& path);

@@ -84,7 +84,7 @@ void lookAround(Condition& condition, const std::string& path, const Since& sinc
         condition.add(Level::warning,
                       countText(count, "damaged database", "damaged databases") + " set aside");
     }
-    if (beside.waiting) {
+    if (beside.waiting != 0) {
         condition.add(Level::warning, "events wait for the database");
     }
 }

@@ -21,6 +21,8 @@ Exit clear(const Log& log, const Arguments& arguments);
 Exit ack(const Log& log, const Arguments& arguments);
 /** The status is what monitors know: 0 well, 1 a warning, 2 critical, 3 unknown. */
 Exit check(const Log& log, const Arguments& arguments);
+/** For Prometheus. Of a log that cannot be read it writes that, and raises why. */
+Exit metrics(const Log& log, const Arguments& arguments);
 Exit backup(const Log& log, const Arguments& arguments);
 /** Writes a page of HTML, whole or not at all. */
 Exit report(const Log& log, const Arguments& arguments);

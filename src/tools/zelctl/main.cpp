@@ -88,6 +88,8 @@ constexpr std::array commands{
                "that wait, or a log nine tenths full; 2 critical: critical entries or losses\n"
                "that nobody has acknowledged; 3 unknown. For TIME see 'zelctl --help'.\n",
                on<check>},
+    CommandRow{"metrics", "", 0, 0, "to db", "write the log's figures for Prometheus",
+               "Also of a log that cannot be read: tavrisk_zel_readable is 0 then.\n", on<metrics>},
     CommandRow{"verify", "", 0, 0, "json output db", "check the database", "", on<verify>},
     CommandRow{"backup", "FILE", 1, 1, "db", "copy the log, whole, while it is written",
                "FILE must not be there yet.\n", on<backup>},
@@ -126,7 +128,7 @@ constexpr std::array options{
     OptionRow{"db", 0, "PATH", "read another database than the system's", true},
     OptionRow{"note", 0, "TEXT", "for ack: what else there is to say"},
     OptionRow{"losses", 0, nullptr, "for ack: the events that were lost so far"},
-    OptionRow{"to", 'o', "FILE", "for report: the page, HTML; '-' is standard output"},
+    OptionRow{"to", 'o', "FILE", "where report and metrics go: replaced at once and whole"},
     OptionRow{"null", 0, nullptr, "for recover: paths alone, with a NUL behind each"},
     OptionRow{"cper", 0, nullptr, "for recover: with --null, of CPERs"},
     OptionRow{"yes", 0, nullptr, "for clear: yes, all of them"},

@@ -2,12 +2,12 @@
 #include "contract/places.hpp"
 #include "platform/config.hpp"
 #include "records/digest.hpp"
+#include "tools/common/draft.hpp"
 #include "tools/common/output.hpp"
 #include "tools/zelctl/beside.hpp"
 #include "tools/zelctl/commands.hpp"
 #include "tools/zelctl/entry_text.hpp"
 #include "tools/zelctl/raw_file.hpp"
-#include "tools/zelctl/report/draft.hpp"
 #include "tools/zelctl/report/html.hpp"
 #include "tools/zelctl/time_text.hpp"
 

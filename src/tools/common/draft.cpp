@@ -1,16 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/zelctl/report/draft.hpp"
+#include "tools/common/draft.hpp"
 
 #include "tools/common/failure.hpp"
 #include "tools/common/output.hpp"
-#include "zel/files.hpp"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <utility>
 
 namespace tavrisk::tools {
@@ -21,9 +22,19 @@ namespace {
     throw Failure{Exit::failed, path + ": " + std::strerror(errno)};
 }
 
+void syncDirectory(const std::string& path) {
+    const auto directory = std::filesystem::path{path}.parent_path();
+    const int opened =
+        open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (opened < 0 || fsync(opened) != 0) {
+        fail(path);
+    }
+    close(opened);
+}
+
 } // namespace
 
-Draft::Draft(std::string path) : path_{std::move(path)} {
+Draft::Draft(std::string path, mode_t mode) : path_{std::move(path)} {
     if (path_ == "-") {
         return;
     }
@@ -35,6 +46,9 @@ Draft::Draft(std::string path) : path_{std::move(path)} {
     file_ = mkostemp(beside_.data(), O_CLOEXEC);
     if (file_ < 0) {
         beside_.clear();
+        fail(path_);
+    }
+    if (fchmod(file_, mode) != 0) {
         fail(path_);
     }
 }
@@ -70,7 +84,7 @@ void Draft::finish() {
         fail(path_);
     }
     beside_.clear();
-    zel::Directory{std::filesystem::path{path_}.parent_path()}.sync();
+    syncDirectory(path_);
 }
 
 } // namespace tavrisk::tools
