@@ -15,6 +15,7 @@
 
 using ::testing::AllOf;
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 namespace {
 
@@ -582,6 +583,13 @@ TEST_F(Zelctl, NamesThePartThatARecordNames) {
     EXPECT_EQ(opened("list"), 0);
     EXPECT_EQ(opened("list --long"), 1);
     EXPECT_EQ(opened("stats --parts"), 1);
+    // Which of two it is cannot be told.
+    std::filesystem::copy(sample + "decoder/pcie.cper", "/var/run/hmc/rawCPER/p.1");
+    std::filesystem::last_write_time("/var/run/hmc/rawCPER/p.1",
+                                     std::filesystem::last_write_time("/var/run/hmc/rawCPER/m.1"));
+    EXPECT_THAT(outputOf("show 7"), AllOf(HasSubstr("One of"), Not(HasSubstr("Part ")),
+                                          HasSubstr("The first of these records")));
+    EXPECT_THAT(outputOf("stats --parts --after 5"), HasSubstr(" 6  " + std::string{type} + "\n"));
     std::filesystem::remove_all("/var/run/hmc/rawCPER");
     std::filesystem::remove("/var/run/hmc/e." + seconds);
 }

@@ -72,6 +72,12 @@ bool wouldMake(const LogEntry& entry, const Verdict& verdict) {
            zel::toUtf8(verdict.event->device) == entry.device();
 }
 
+/** What both say. */
+Summary common(const Summary& one, const Summary& other) {
+    return {one.sentence == other.sentence ? one.sentence : "",
+            one.part == other.part ? one.part : ""};
+}
+
 std::optional<Bytes> readFile(const fs::path& file) {
     std::ifstream stream{file, std::ios::binary};
     if (!stream) {
@@ -183,9 +189,10 @@ void RawFileIndex::Tree::addTo(RawFiles& found, const LogEntry& entry) {
         read(*file);
         if (file->verdict && wouldMake(entry, *file->verdict)) {
             longest = found.delay = made - file->kept;
+            found.summary =
+                found.paths.empty() ? file->summary : common(found.summary, file->summary);
             found.paths.insert(found.paths.begin(), file->path);
             found.place = file->place;
-            found.summary = file->summary;
         }
     }
 }

@@ -48,9 +48,9 @@ struct RawFiles {
     std::chrono::seconds delay{0};
     /** Where could not be looked, and why; empty when all places could. */
     std::string unreadable{};
-    /** Of the place that they are in; null without any. */
+    /** Of the first of them; null without any. */
     const RawPlace* place = nullptr;
-    /** What the first of them says. */
+    /** What all of them say; empty where they differ. */
     Summary summary{};
 
     [[nodiscard]] bool isGuess() const { return delay > std::chrono::seconds{1}; }

@@ -112,7 +112,7 @@ Exit show(const Log& log, const Arguments& arguments) {
     const auto found = RawFileIndex{}.find(*entry);
     const auto content = contentOf(found);
     addRawFiles(facts, style, found);
-    addSummary(facts, style, content.summary);
+    addSummary(facts, style, found.summary);
     facts.push_back({"", "", "record", content.members.empty() ? Json::Value{} : content.members});
     if (const auto form = formOf(arguments); form != Form::text) {
         Records{form}.put(toJson(facts, toJson(*entry)));
@@ -121,7 +121,8 @@ Exit show(const Log& log, const Arguments& arguments) {
         putFacts(facts, labelWidth);
         if (!content.lines.empty()) {
             putLine("\n" + emphasised(style, found.isGuess() ? "Its record, if the guess is right"
-                                                             : "Its record"));
+                                             : found.paths.size() > 1 ? "The first of these records"
+                                                                      : "Its record"));
             putRecord(style, content.lines);
         }
     }

@@ -27,17 +27,17 @@ constexpr std::size_t mostBars = 60;
 // Of a longer record that is not decoded, the beginning is enough.
 constexpr std::size_t mostText = std::size_t{64} << 10U;
 
-using Counts = std::array<std::int64_t, 3>; // critical, warning, other
+using SeverityCounts = std::array<std::int64_t, 3>; // critical, warning, other
 
 struct Part {
-    Counts counts{};
+    SeverityCounts counts{};
     std::string last;
 };
 
 struct Overview {
     std::int64_t matching = 0;
     std::int64_t newest = 0; // what comes later is not in this report
-    Counts counts{};
+    SeverityCounts counts{};
     std::map<std::string, Part> parts;
     std::vector<std::pair<TimePoint, Severity>> times;
 };
@@ -131,7 +131,7 @@ void putHealth(Html& html, const std::string& path, const Health& health) {
     html << "</table>\n";
 }
 
-std::string countsText(const Counts& counts) {
+std::string countsText(const SeverityCounts& counts) {
     return std::to_string(counts[0]) + " critical, " + std::to_string(counts[1]) + " warning, " +
            std::to_string(counts[2]) + " other";
 }
@@ -141,7 +141,7 @@ void putSegment(Html& html, Markup of, std::size_t bar, std::int64_t top, std::i
          << std::to_string(top) << "\" width=\"8\" height=\"" << std::to_string(height) << "\"/>";
 }
 
-void putBar(Html& html, std::size_t bar, const Counts& counts, std::int64_t highest,
+void putBar(Html& html, std::size_t bar, const SeverityCounts& counts, std::int64_t highest,
             const std::string& time) {
     constexpr std::int64_t room = 1000;
     constexpr std::array<Markup, 3> classes{"critical", "warning", "other"};
@@ -164,7 +164,7 @@ void putTimeline(Html& html, const Overview& overview) {
     const auto begin = first->first;
     const auto period =
         (last->first - begin) / static_cast<std::int64_t>(mostBars) + std::chrono::milliseconds{1};
-    std::array<Counts, mostBars> bars{};
+    std::array<SeverityCounts, mostBars> bars{};
     for (const auto& [time, severity] : overview.times) {
         ++bars.at(static_cast<std::size_t>((time - begin) / period)).at(placeOf(severity));
     }
