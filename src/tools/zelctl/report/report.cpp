@@ -122,7 +122,10 @@ void putHealth(Html& html, const std::string& path, const Health& health) {
          std::to_string(health.entries) + " of at most " + std::to_string(platform::zelMaxEntries));
     fact(html, "Dropped", std::to_string(health.dropped.entries) + " to stay below that");
     fact(html, "Lost", lossesText(health.losses));
-    fact(html, "Waiting", beside.waiting ? "events, in " + beside.waitingAt : "none");
+    fact(html, "Waiting",
+         beside.waiting != 0
+             ? countText(beside.waiting, "event", "events") + ", in " + beside.waitingAt
+             : "none");
     fact(html, "Salvaged", std::to_string(health.salvaged) + " from a damaged database");
     fact(html, "Set aside",
          countText(static_cast<std::int64_t>(beside.setAside.size()), "damaged database",
@@ -137,8 +140,8 @@ std::string countsText(const SeverityCounts& counts) {
 }
 
 void putSegment(Html& html, Markup of, std::size_t bar, std::int64_t top, std::int64_t height) {
-    html << "<rect class=\"" << of << "\" x=\"" << std::to_string(bar * 10 + 1) << "\" y=\""
-         << std::to_string(top) << "\" width=\"8\" height=\"" << std::to_string(height) << "\"/>";
+    html << R"(<rect class=")" << of << R"(" x=")" << std::to_string(bar * 10 + 1) << R"(" y=")"
+         << std::to_string(top) << R"(" width="8" height=")" << std::to_string(height) << R"("/>)";
 }
 
 void putBar(Html& html, std::size_t bar, const SeverityCounts& counts, std::int64_t highest,
