@@ -192,7 +192,7 @@ void RawFileIndex::Tree::addTo(RawFiles& found, const LogEntry& entry) {
             found.summary =
                 found.paths.empty() ? file->summary : common(found.summary, file->summary);
             found.paths.insert(found.paths.begin(), file->path);
-            found.place = file->place;
+            found.contentOf = file->place->contentOf;
         }
     }
 }

@@ -48,8 +48,8 @@ struct RawFiles {
     std::chrono::seconds delay{0};
     /** Where could not be looked, and why; empty when all places could. */
     std::string unreadable{};
-    /** Of the first of them; null without any. */
-    const RawPlace* place = nullptr;
+    /** Says what is in the first of them; null without any. */
+    Content (*contentOf)(std::span<const std::uint8_t> raw) = nullptr;
     /** What all of them say; empty where they differ. */
     Summary summary{};
 

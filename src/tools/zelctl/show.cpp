@@ -94,7 +94,7 @@ void putRecord(const Style& style, const std::string& lines) {
 /** All that the record says. */
 Content contentOf(const RawFiles& found) {
     const auto bytes = firstOf(found);
-    return bytes ? found.place->contentOf(*bytes) : Content{};
+    return bytes ? found.contentOf(*bytes) : Content{};
 }
 
 } // namespace

@@ -206,13 +206,13 @@ void putParts(Html& html, const Overview& overview) {
     }
 }
 
-void putRecord(Html& html, const std::string& path, const RawPlace& place) {
+void putRecord(Html& html, const std::string& path, const RawFiles& found) {
     std::ifstream stream{path, std::ios::binary};
     const std::vector<std::uint8_t> bytes{std::istreambuf_iterator{stream}, {}};
     const auto digest = sha512Text(bytes);
     html << "<p>" << path << ", " << std::to_string(bytes.size()) << " bytes, SHA-512 "
          << digest.value_or("unknown: it is gone, or empty") << "</p>\n";
-    const auto content = place.contentOf(bytes);
+    const auto content = found.contentOf(bytes);
     html << "<p><strong>" << content.summary.sentence << "</strong></p>\n<pre>";
     html.lines(content.lines) << "</pre>\n";
     if (path.find(rawCperDirectory) == std::string::npos) { // a text by itself
@@ -239,7 +239,7 @@ void putRawFiles(Html& html, const RawFiles& found) {
         html << "<p>It came from one of these.</p>\n";
     }
     for (const auto& path : found.paths) {
-        putRecord(html, path, *found.place);
+        putRecord(html, path, found);
     }
 }
 
