@@ -34,7 +34,7 @@ void syncDirectory(const std::string& path) {
 
 } // namespace
 
-Draft::Draft(std::string path, mode_t mode) : path_{std::move(path)} {
+Draft::Draft(std::string path, mode_t mode) : path_{std::move(path)}, mode_{mode} {
     if (path_ == "-") {
         return;
     }
@@ -46,9 +46,6 @@ Draft::Draft(std::string path, mode_t mode) : path_{std::move(path)} {
     file_ = mkostemp(beside_.data(), O_CLOEXEC);
     if (file_ < 0) {
         beside_.clear();
-        fail(path_);
-    }
-    if (fchmod(file_, mode) != 0) {
         fail(path_);
     }
 }
@@ -80,7 +77,8 @@ void Draft::finish() {
     if (file_ < 0) {
         return;
     }
-    if (fsync(file_) != 0 || rename(beside_.c_str(), path_.c_str()) != 0) {
+    if (fchmod(file_, mode_) != 0 || fsync(file_) != 0 ||
+        rename(beside_.c_str(), path_.c_str()) != 0) {
         fail(path_);
     }
     beside_.clear();

@@ -24,6 +24,7 @@ public:
 
 private:
     std::string path_;
+    mode_t mode_;
     std::string beside_;
     int file_ = -1;
 };

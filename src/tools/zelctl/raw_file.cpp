@@ -78,14 +78,6 @@ Summary common(const Summary& one, const Summary& other) {
             one.part == other.part ? one.part : ""};
 }
 
-std::optional<Bytes> readFile(const fs::path& file) {
-    std::ifstream stream{file, std::ios::binary};
-    if (!stream) {
-        return {};
-    }
-    return Bytes{std::istreambuf_iterator{stream}, {}};
-}
-
 } // namespace
 
 std::string RawPlace::forEachFile(const std::function<void(const fs::path&, seconds)>& take) const {
@@ -102,20 +94,35 @@ std::string RawPlace::forEachFile(const std::function<void(const fs::path&, seco
                : "";
 }
 
-std::optional<Verdict> RawPlace::classify(const fs::path& file) const {
-    const auto raw = readFile(file);
-    const auto record = raw ? toEventRecord(*raw) : std::nullopt;
+std::optional<Bytes> readRawFile(const fs::path& file) {
+    std::ifstream stream{file, std::ios::binary};
+    if (!stream) {
+        return {};
+    }
+    return Bytes{std::istreambuf_iterator{stream}, {}};
+}
+
+std::optional<Verdict> RawPlace::classify(const Bytes& raw) const {
+    const auto record = toEventRecord(raw);
     return record ? std::optional{tavrisk::classify(*record)} : std::nullopt;
 }
 
-std::array<RawPlace, 2> rawPlacesBelow(const std::string& root) {
-    return {RawPlace{root, secondsInName, asItIs, summaryOfEvent, contentOfEvent},
-            RawPlace{root + rawCperDirectory, secondsOfWriting, toSummary, summaryOfCper,
-                     contentOfCper}};
+std::optional<Verdict> RawPlace::classify(const fs::path& file) const {
+    const auto raw = readRawFile(file);
+    return raw ? classify(*raw) : std::nullopt;
 }
 
-std::optional<Bytes> firstOf(const RawFiles& files) {
-    return files.paths.empty() ? std::nullopt : readFile(files.paths.front());
+std::array<RawPlace, 2> rawPlacesBelow(const std::string& root) {
+    return {RawPlace{root, secondsInName, asItIs, summaryOfEvent},
+            RawPlace{root + rawCperDirectory, secondsOfWriting, toSummary, summaryOfCper}};
+}
+
+bool isCper(const fs::path& file) {
+    return (file.parent_path() / "").native().ends_with(rawCperDirectory);
+}
+
+Content contentOf(const fs::path& file, std::span<const std::uint8_t> raw) {
+    return isCper(file) ? contentOfCper(raw) : contentOfEvent(raw);
 }
 
 std::string partOf(const LogEntry& entry, const RawFiles& files) {
@@ -165,9 +172,8 @@ void RawFileIndex::Tree::read(File& file) {
     if (std::exchange(file.isRead, true)) {
         return;
     }
-    if (const auto raw = readFile(file.path)) {
-        const auto record = file.place->toEventRecord(*raw);
-        file.verdict = record ? std::optional{tavrisk::classify(*record)} : std::nullopt;
+    if (const auto raw = readRawFile(file.path)) {
+        file.verdict = file.place->classify(*raw);
         file.summary = file.place->summaryOf(*raw);
     }
 }
@@ -192,7 +198,6 @@ void RawFileIndex::Tree::addTo(RawFiles& found, const LogEntry& entry) {
             found.summary =
                 found.paths.empty() ? file->summary : common(found.summary, file->summary);
             found.paths.insert(found.paths.begin(), file->path);
-            found.contentOf = file->place->contentOf;
         }
     }
 }

@@ -25,14 +25,15 @@ struct RawPlace {
     std::optional<std::vector<std::uint8_t>> (*toEventRecord)(const std::vector<std::uint8_t>& raw);
     /** What they say of themselves. */
     Summary (*summaryOf)(std::span<const std::uint8_t> raw);
-    Content (*contentOf)(std::span<const std::uint8_t> raw);
 
     /** Passes its files and when they were kept. Returns why it could not be looked through, or
      *  nothing. */
     std::string forEachFile(
         const std::function<void(const std::filesystem::path&, std::chrono::seconds)>& take) const;
 
-    /** What the daemon makes of a file; nothing of one that cannot be read. */
+    /** What the daemon makes of a file's bytes; nothing of what it refuses. */
+    [[nodiscard]] std::optional<Verdict> classify(const std::vector<std::uint8_t>& raw) const;
+    /** And of the file; nothing of one that cannot be read. */
     [[nodiscard]] std::optional<Verdict> classify(const std::filesystem::path& file) const;
 };
 
@@ -48,16 +49,20 @@ struct RawFiles {
     std::chrono::seconds delay{0};
     /** Where could not be looked, and why; empty when all places could. */
     std::string unreadable{};
-    /** Says what is in the first of them; null without any. */
-    Content (*contentOf)(std::span<const std::uint8_t> raw) = nullptr;
     /** What all of them say; empty where they differ. */
     Summary summary{};
 
     [[nodiscard]] bool isGuess() const { return delay > std::chrono::seconds{1}; }
 };
 
-/** The first file's bytes; nothing where there is none, or when it cannot be read. */
-std::optional<std::vector<std::uint8_t>> firstOf(const RawFiles& files);
+/** A raw file's bytes; nothing when it cannot be read. */
+std::optional<std::vector<std::uint8_t>> readRawFile(const std::filesystem::path& file);
+
+/** Whether a file is kept where CPERs are. */
+bool isCper(const std::filesystem::path& file);
+
+/** All that the file says, whose bytes these are. */
+Content contentOf(const std::filesystem::path& file, std::span<const std::uint8_t> raw);
 
 /** The part that the entry's record names, or else the device, and also where it is a guess. */
 std::string partOf(const LogEntry& entry, const RawFiles& files);

@@ -91,10 +91,10 @@ void putRecord(const Style& style, const std::string& lines) {
     }
 }
 
-/** All that the record says. */
-Content contentOf(const RawFiles& found) {
-    const auto bytes = firstOf(found);
-    return bytes ? found.contentOf(*bytes) : Content{};
+/** All that the first record says. */
+Content contentOfFirst(const RawFiles& found) {
+    const auto bytes = found.paths.empty() ? std::nullopt : readRawFile(found.paths.front());
+    return bytes ? contentOf(found.paths.front(), *bytes) : Content{};
 }
 
 } // namespace
@@ -110,7 +110,7 @@ Exit show(const Log& log, const Arguments& arguments) {
     std::vector<Fact> facts;
     addEntry(facts, style, *entry);
     const auto found = RawFileIndex{}.find(*entry);
-    const auto content = contentOf(found);
+    const auto content = contentOfFirst(found);
     addRawFiles(facts, style, found);
     addSummary(facts, style, found.summary);
     facts.push_back({"", "", "record", content.members.empty() ? Json::Value{} : content.members});

@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "contract/places.hpp"
 #include "platform/config.hpp"
 #include "records/digest.hpp"
 #include "tools/common/draft.hpp"
@@ -206,16 +205,15 @@ void putParts(Html& html, const Overview& overview) {
     }
 }
 
-void putRecord(Html& html, const std::string& path, const RawFiles& found) {
-    std::ifstream stream{path, std::ios::binary};
-    const std::vector<std::uint8_t> bytes{std::istreambuf_iterator{stream}, {}};
+void putRecord(Html& html, const std::string& path) {
+    const auto bytes = readRawFile(path).value_or(std::vector<std::uint8_t>{});
     const auto digest = sha512Text(bytes);
     html << "<p>" << path << ", " << std::to_string(bytes.size()) << " bytes, SHA-512 "
          << digest.value_or("unknown: it is gone, or empty") << "</p>\n";
-    const auto content = found.contentOf(bytes);
+    const auto content = contentOf(path, bytes);
     html << "<p><strong>" << content.summary.sentence << "</strong></p>\n<pre>";
     html.lines(content.lines) << "</pre>\n";
-    if (path.find(rawCperDirectory) == std::string::npos) { // a text by itself
+    if (!isCper(path)) { // a text by itself
         html << "<pre>";
         html.lines({reinterpret_cast<const char*>(bytes.data()), std::min(bytes.size(), mostText)});
         html << "</pre>\n";
@@ -239,7 +237,7 @@ void putRawFiles(Html& html, const RawFiles& found) {
         html << "<p>It came from one of these.</p>\n";
     }
     for (const auto& path : found.paths) {
-        putRecord(html, path, found);
+        putRecord(html, path);
     }
 }
 
