@@ -36,7 +36,7 @@ std::size_t addLog(Bytes body, Nodes& nodes, Findings& findings) {
 Described describeCcix(const Node* body) {
     Phrase where;
     where.add(body, "Source ID", "source").add(body, "Port ID", "port");
-    return {"CCIX error", where.text()};
+    return {"CCIX error", where};
 }
 
 } // namespace

@@ -275,6 +275,7 @@ Described describeEvent(const Node* body) {
     where.add(function.empty() ? function : "device " + function)
         .add(names)
         .add(body, "Serial number", "serial number")
+        .inside()
         .add(log, "Port", "port")
         .add(log, "VCS", "virtual switch")
         .add(log, "Channel", "channel")
@@ -284,7 +285,7 @@ Described describeEvent(const Node* body) {
         .add(log, "Row", "row")
         .add(log, "Column", "column")
         .add(addressText(log));
-    return {about.text(), where.text()};
+    return {about.text(), where};
 }
 
 template <const SectionKind* kind>

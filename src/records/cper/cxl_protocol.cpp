@@ -154,7 +154,7 @@ Described describeProtocol(const Node* body) {
         .add(device, "Slot", "slot")
         .add(names.empty() ? names : "device " + names)
         .add(body, "Serial number", "serial number");
-    return {withDetails("CXL protocol error", errors.text()), where.text()};
+    return {withDetails("CXL protocol error", errors.text()), where};
 }
 
 } // namespace

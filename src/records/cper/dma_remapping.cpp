@@ -111,8 +111,9 @@ Described describeGeneric(const Node* body) {
     about.add(valueText(find(body, "Fault reason"))).add(valueText(find(body, "Access type")));
     Phrase where;
     where.add(address.empty() ? address : "device " + address)
+        .inside()
         .add(body, "Device address", "device address");
-    return {withDetails("DMA remapping error", about.text()), where.text()};
+    return {withDetails("DMA remapping error", about.text()), where};
 }
 
 Described describeVtd(const Node* body) {
@@ -122,8 +123,9 @@ Described describeVtd(const Node* body) {
     about.add(record, "Reason", "reason").add(valueText(find(record, "Type")));
     Phrase where;
     where.add(device.empty() ? device : "device " + device)
+        .inside()
         .add(record, "Fault information", "page");
-    return {withDetails("VT-d DMA remapping error", about.text()), where.text()};
+    return {withDetails("VT-d DMA remapping error", about.text()), where};
 }
 
 Described describeIommu(const Node* body) {

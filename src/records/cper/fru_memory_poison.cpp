@@ -52,14 +52,14 @@ std::size_t addEntries(Bytes body, Nodes& nodes, Findings& findings) {
 
 Described describePoison(const Node* body) {
     Phrase where;
-    where.add(body, "FRU identifier value", "FRU");
+    where.add(body, "FRU identifier value", "FRU").inside();
     const auto& list = elements(body, "Poison list");
     if (!list.empty()) {
         where.add(&list.front(), "Address value", "first address");
     }
     Phrase about;
     about.add(body, "Entries", "entries");
-    return {withDetails("poisoned memory", about.text()), where.text()};
+    return {withDetails("poisoned memory", about.text()), where};
 }
 
 } // namespace

@@ -136,6 +136,7 @@ Described describeMemory(const Node* body) {
     where.add(body, "Node", "node")
         .add(body, "Card", "card")
         .add(body, "Module", "module")
+        .inside()
         .add(body, "Rank number", "rank")
         .add(body, "Rank", "rank")
         .add(body, "Bank", "bank")
@@ -147,7 +148,7 @@ Described describeMemory(const Node* body) {
         .add(body, "Column", "column")
         .add(body, "Bit position", "bit")
         .add(body, "Physical address", "physical address");
-    return {errorText(body), where.text()};
+    return {errorText(body), where};
 }
 
 } // namespace

@@ -42,8 +42,9 @@ Described describeBus(const Node* body) {
     Phrase where;
     where.add(id, "Segment", "segment")
         .add(id, "Bus", "bus")
+        .inside()
         .add(body, "Bus address", "bus address");
-    return {withDetails("PCI bus error", valueText(find(body, "Error type"))), where.text()};
+    return {withDetails("PCI bus error", valueText(find(body, "Error type"))), where};
 }
 
 constexpr auto idRows = std::to_array<Row>({
@@ -97,7 +98,7 @@ Described describeComponent(const Node* body) {
         .add(names.empty() ? names : "device " + names);
     return {withDetails("PCI component error",
                         type != nullptr ? std::string{type->meaning} : std::string{}),
-            where.text()};
+            where};
 }
 
 } // namespace

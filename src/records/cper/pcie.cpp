@@ -234,7 +234,7 @@ Described describePcie(const Node* body) {
     }
     const auto names = vendorAndDevice(device);
     where.add(names.empty() ? names : "device " + names).add(body, "RCRB base", "RCRB base");
-    return {withDetails("PCI Express error", errors.text()), where.text()};
+    return {withDetails("PCI Express error", errors.text()), where};
 }
 
 } // namespace

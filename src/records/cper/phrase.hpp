@@ -3,6 +3,7 @@
 
 #include "records/cper/tree.hpp"
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -21,10 +22,19 @@ public:
     /** Appends "word value" when `node` has the member `label`. */
     Phrase& add(const Node* node, std::string_view label, std::string_view word);
 
+    /** Of a place: what follows is where in the part, not which part. */
+    Phrase& inside() {
+        part_ = text_;
+        return *this;
+    }
+
     [[nodiscard]] const std::string& text() const { return text_; }
+    /** Only the part. */
+    [[nodiscard]] const std::string& part() const { return part_ ? *part_ : text_; }
 
 private:
     std::string text_;
+    std::optional<std::string> part_;
 };
 
 /** "error (about)", or "error" without anything about it. */

@@ -109,10 +109,11 @@ Described describeArm(const Node* body) {
     Phrase where;
     where.add(body, "MPIDR_EL1", "processor with MPIDR")
         .add(body, "Affinity level", "affinity level")
+        .inside()
         .add(error, "Virtual fault address", "virtual address")
         .add(error, "Physical fault address", "physical address");
     return {withDetails(type != nullptr ? type->name + " error" : "processor error", about.text()),
-            where.text()};
+            where};
 }
 
 } // namespace

@@ -63,10 +63,10 @@ Described describeProcessor(const Node* body) {
         .add(body, "Level", "level");
     Phrase where;
     where.add(body, "Processor ID", "processor")
+        .inside()
         .add(body, "Target address", "target address")
         .add(body, "Instruction pointer", "instruction pointer");
-    return {withDetails(known ? type->name + " error" : "processor error", about.text()),
-            where.text()};
+    return {withDetails(known ? type->name + " error" : "processor error", about.text()), where};
 }
 
 } // namespace

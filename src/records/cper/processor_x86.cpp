@@ -286,11 +286,12 @@ Described describeX86(const Node* body) {
         .add(check, "Level", "level");
     Phrase where;
     where.add(body, "Local APIC ID", "processor with APIC ID")
+        .inside()
         .add(error, "Target identifier", "target")
         .add(error, "Instruction pointer", "instruction pointer");
     return {
         withDetails(known ? std::string{type->name} + " error" : "processor error", about.text()),
-        where.text()};
+        where};
 }
 
 } // namespace

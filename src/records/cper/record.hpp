@@ -26,4 +26,8 @@ Node decode(Bytes bytes);
 /** What happened, and to which part, in one sentence without a full stop. */
 std::string sentence(const Node& record);
 
+/** The part that it happened to, as far as somebody could replace it: the field-replaceable unit
+ *  that the record names and the place of the part. Empty when it tells neither. */
+std::string part(const Node& record);
+
 } // namespace tavrisk::cper

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "records/cper/interpret.hpp"
+#include "records/cper/phrase.hpp"
 #include "records/cper/table.hpp"
 #include "records/cper/tree.hpp"
 
@@ -15,7 +16,7 @@ namespace tavrisk::cper {
 /** A section in words: "single-bit ECC error", "node 0, card 1"; the place may be empty. */
 struct Described {
     std::string what;
-    std::string where;
+    Phrase where;
 };
 
 /** What is known of a section type. */

@@ -49,6 +49,11 @@ Described describe(const Node& section) {
             {}};
 }
 
+Nodes::const_iterator worst(const Nodes& sections) {
+    return std::max_element(sections.begin(), sections.end(),
+                            [](const Node& a, const Node& b) { return rank(a) < rank(b); });
+}
+
 std::string withoutSections(const Node& record) {
     const auto* header = find(&record, "Header");
     const auto* type = as<Guid>(find(header, "Notification type"));
@@ -67,14 +72,12 @@ std::string sentence(const Node& record) {
     if (sections.empty()) {
         return withoutSections(record);
     }
-    const auto chosen =
-        std::max_element(sections.begin(), sections.end(),
-                         [](const Node& a, const Node& b) { return rank(a) < rank(b); });
+    const auto chosen = worst(sections);
     const auto* descriptor = find(&*chosen, "Descriptor");
     const auto described = describe(*chosen);
     auto text = severityWord(find(descriptor, "Section severity")) + " " + described.what;
-    if (!described.where.empty()) {
-        text += " at " + described.where;
+    if (!described.where.text().empty()) {
+        text += " at " + described.where.text();
     }
     const auto fru = valueText(find(descriptor, "FRU text"));
     if (!fru.empty()) {
@@ -85,6 +88,18 @@ std::string sentence(const Node& record) {
                 std::to_string(sections.size());
     }
     return text;
+}
+
+std::string part(const Node& record) {
+    const auto& sections = elements(&record, "Sections");
+    if (sections.empty()) {
+        return {};
+    }
+    const auto& section = *worst(sections);
+    return Phrase{}
+        .add(valueText(find(find(&section, "Descriptor"), "FRU text")))
+        .add(describe(section).where.part())
+        .text();
 }
 
 } // namespace tavrisk::cper

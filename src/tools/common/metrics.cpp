@@ -2,16 +2,10 @@
 #include "tools/common/metrics.hpp"
 
 #include "text/utf8.hpp"
-#include "tools/common/output.hpp"
+#include "tools/common/draft.hpp"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <sys/types.h>
 
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <map>
 #include <string_view>
 
@@ -44,56 +38,6 @@ std::string textOf(const Metrics::Sample& sample) {
     return text.empty() ? text : text + "}";
 }
 
-/** A file that takes the place of another once it is whole. Collectors read what ends in ".prom",
- *  which its name does not. */
-class Replacement {
-public:
-    explicit Replacement(const std::string& path) : path_{path}, name_{path + ".XXXXXX"} {
-        struct stat status {};
-        if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
-            throw Failure{Exit::failed, path + ": is not a file"};
-        }
-        file_ = mkstemp(name_.data());
-        check(file_ >= 0);
-    }
-    ~Replacement() {
-        if (file_ >= 0) {
-            close(file_);
-            unlink(name_.c_str());
-        }
-    }
-    Replacement(const Replacement&) = delete;
-    Replacement& operator=(const Replacement&) = delete;
-
-    void write(std::string_view text) const {
-        while (!text.empty()) {
-            const auto written = ::write(file_, text.data(), text.size());
-            check(written > 0);
-            text.remove_prefix(static_cast<std::size_t>(written));
-        }
-    }
-
-    void takePlace() {
-        constexpr mode_t everybodyReads = 0644; // whoever the collector is
-        check(fchmod(file_, everybodyReads) == 0);
-        check(std::rename(name_.c_str(), path_.c_str()) == 0);
-        close(file_);
-        file_ = -1;
-    }
-
-private:
-    void check(bool done) const {
-        if (!done) {
-            // NOLINTNEXTLINE(concurrency-mt-unsafe): there is one thread
-            throw Failure{Exit::failed, path_ + ": " + std::strerror(errno)};
-        }
-    }
-
-    std::string path_;
-    std::string name_;
-    int file_ = -1;
-};
-
 } // namespace
 
 void Metrics::add(const char* name, const char* type, const char* help,
@@ -116,14 +60,10 @@ void Metrics::addGauge(const char* name, const char* help, std::int64_t value) {
 }
 
 void Metrics::write(const Arguments& arguments) const {
-    const auto path = arguments.value("to");
-    if (!path) {
-        put(text_);
-        return;
-    }
-    Replacement file{*path};
-    file.write(text_);
-    file.takePlace();
+    constexpr mode_t everybodyReads = 0644; // whoever the collector is
+    Draft draft{arguments.value("to").value_or("-"), everybodyReads};
+    draft.write(text_);
+    draft.finish();
 }
 
 } // namespace tavrisk::tools

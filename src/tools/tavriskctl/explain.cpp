@@ -2,9 +2,9 @@
 #include "records/catalogue.hpp"
 #include "records/classifier.hpp"
 #include "records/cper_parser.hpp"
+#include "tools/common/content.hpp"
 #include "tools/common/output.hpp"
 #include "tools/tavriskctl/commands.hpp"
-#include "tools/tavriskctl/content.hpp"
 #include "tools/tavriskctl/daemon.hpp"
 #include "tools/tavriskctl/input.hpp"
 #include "tools/tavriskctl/report.hpp"
@@ -78,7 +78,7 @@ bool looksLikeCper(const std::vector<std::uint8_t>& bytes) {
 
 /** Adds what the record says of itself. Of an event record that is little and shown in any case. */
 void addContent(Outcome& outcome, const Content& content, bool showLines) {
-    outcome.headline = content.sentence;
+    outcome.headline = content.summary.sentence;
     outcome.lines = showLines ? content.lines : "";
     addMembers(outcome.details, content.members);
 }

@@ -141,6 +141,7 @@ std::vector<Fact> factsOf(const Losses& losses) {
 
 std::vector<const char*> lossCauses() {
     std::vector<const char*> causes;
+    causes.reserve(std::size(lossLines));
     for (const auto& line : lossLines) {
         causes.push_back(line.cause);
     }

@@ -115,7 +115,7 @@ std::vector<Fact> factsOf(const Seen& seen) {
 }
 
 void addSettings(Metrics& metrics, const std::vector<Property>& properties) {
-    constexpr std::int64_t megabyte = 1024 * 1024;
+    constexpr std::int64_t megabyte = 1'048'576;
     constexpr std::int64_t minute = 60;
     for (const auto& [name, value] : properties) {
         const auto* const number = std::get_if<std::uint8_t>(&value);

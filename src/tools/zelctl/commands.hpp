@@ -24,6 +24,8 @@ Exit check(const Log& log, const Arguments& arguments);
 /** For Prometheus. Of a log that cannot be read it writes that, and raises why. */
 Exit metrics(const Log& log, const Arguments& arguments);
 Exit backup(const Log& log, const Arguments& arguments);
+/** Writes a page of HTML, whole or not at all. */
+Exit report(const Log& log, const Arguments& arguments);
 Exit recover(const Log& log, const Arguments& arguments);
 
 } // namespace tavrisk::tools

@@ -2,6 +2,7 @@
 #include "tools/zelctl/commands.hpp"
 #include "tools/zelctl/entry_text.hpp"
 #include "tools/zelctl/form.hpp"
+#include "tools/zelctl/raw_file.hpp"
 #include "tools/zelctl/time_text.hpp"
 
 #include <algorithm>
@@ -50,7 +51,7 @@ public:
 
     void print() {
         reader_.forEach(filter_, arguments_.has("reverse"), [this](const LogEntry& entry) {
-            put(entry, toJson(entry));
+            arguments_.has("long") ? putLong(entry) : put(entry, toJson(entry));
             return !limit_ || printed_ < *limit_;
         });
     }
@@ -126,6 +127,22 @@ private:
         }
     }
 
+    /** With what the entry's record says, where there is one. */
+    void putLong(const LogEntry& entry) {
+        const auto files = index_.find(entry);
+        const auto& [sentence, part] = files.summary;
+        auto object = toJson(entry);
+        object["sentence"] = sentence.empty() ? Json::Value{} : Json::Value{sentence};
+        object["part"] = part.empty() ? Json::Value{} : Json::Value{part};
+        object["isGuess"] = files.isGuess();
+        put(entry, object);
+        if (form_ == Form::text && !sentence.empty()) {
+            const std::string indent(width_ + 2, ' ');
+            putLine(indent + hanging(style_, indent.size(),
+                                     (files.isGuess() ? "perhaps: " : "") + harmless(sentence)));
+        }
+    }
+
     [[nodiscard]] bool hasOlderOfUnsetClock() const {
         auto filter = filter_;
         filter.since = {};
@@ -144,6 +161,7 @@ private:
     std::optional<std::int64_t> limit_;
     Form form_;
     Records records_;
+    RawFileIndex index_;
     Style style_ = Style::ofStandardOutput();
     std::size_t width_;
     std::int64_t printed_ = 0;
@@ -180,6 +198,9 @@ Exit listBoots(const LogReader& reader, const Arguments& arguments) {
 } // namespace
 
 Exit list(const Log& log, const Arguments& arguments) {
+    if (arguments.has("long") && (arguments.has("fold") || arguments.has("boots"))) {
+        failUsage("--long is for entries, not for --fold or --boots");
+    }
     filterOf(arguments); // What is wrong with it is told without a log, too.
     const auto form = formOf(arguments);
     const auto reader = log.open();

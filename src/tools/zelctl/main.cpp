@@ -52,10 +52,11 @@ constexpr auto timeNotes =
     "'-1h30m' or '1 hour ago' (w, d, h, m and s); or '@' and seconds since 1970.\n";
 
 constexpr std::array commands{
-    CommandRow{"list", "", 0, 0,
-               "since until severity id not-id device not-device grep after boot boots open fold "
-               "limit reverse json output no-pager db",
-               "show entries, newest first", timeNotes, on<list, Paged::yes>},
+    CommandRow{
+        "list", "", 0, 0,
+        "since until severity id not-id device not-device grep after boot boots open long fold "
+        "limit reverse json output no-pager db",
+        "show entries, newest first", timeNotes, on<list, Paged::yes>},
     CommandRow{
         "follow", "", 0, 0,
         "since until severity id not-id device not-device grep after boot open limit reverse json "
@@ -68,12 +69,17 @@ constexpr std::array commands{
     CommandRow{"show", "SEQ", 1, 1, "json output no-pager db",
                "show one entry whole, and the file it came from", "SEQ is its sequence number.\n",
                on<show, Paged::yes>},
+    CommandRow{"report", "", 0, 0,
+               "since until severity id not-id device not-device grep after boot open limit to "
+               "no-pager db",
+               "write one page to attach to a ticket",
+               "Shows the newest 2,000 entries, or as many as --limit says.\n", on<report>},
     CommandRow{"ack", "[SEQ...]", 0, SIZE_MAX, "note losses json output db",
                "note that somebody has seen to entries", "SEQ are their sequence numbers.\n",
                on<ack>},
     CommandRow{"stats", "", 0, 0,
-               "since until severity id not-id device not-device grep after boot open json output "
-               "no-pager db",
+               "since until severity id not-id device not-device grep after boot open parts json "
+               "output no-pager db",
                "show the log's health, how many entries of what, and when", timeNotes,
                on<stats, Paged::yes>},
     CommandRow{"check", "", 0, 0, "since json output db",
@@ -111,6 +117,8 @@ constexpr std::array options{
     OptionRow{"boot", 0, "BOOT", "entries of a boot: 0 this, -1 the one before, or its ID"},
     OptionRow{"open", 0, nullptr, "entries that nobody has acknowledged"},
     OptionRow{"boots", 0, nullptr, "for list: the boots instead"},
+    OptionRow{"long", 0, nullptr, "for list: with what each entry's record says"},
+    OptionRow{"parts", 0, nullptr, "for stats: by the parts that the records name, too"},
     OptionRow{"fold", 0, nullptr, "for list: one line for all repeats of an entry"},
     OptionRow{"limit", 'n', "N", "stop after N entries"},
     OptionRow{"reverse", 'r', nullptr, "oldest first, as follow has them always"},
@@ -120,7 +128,7 @@ constexpr std::array options{
     OptionRow{"db", 0, "PATH", "read another database than the system's", true},
     OptionRow{"note", 0, "TEXT", "for ack: what else there is to say"},
     OptionRow{"losses", 0, nullptr, "for ack: the events that were lost so far"},
-    OptionRow{"to", 0, "FILE", "for metrics: replace FILE, at once and whole"},
+    OptionRow{"to", 'o', "FILE", "where report and metrics go: replaced at once and whole"},
     OptionRow{"null", 0, nullptr, "for recover: paths alone, with a NUL behind each"},
     OptionRow{"cper", 0, nullptr, "for recover: with --null, of CPERs"},
     OptionRow{"yes", 0, nullptr, "for clear: yes, all of them"},

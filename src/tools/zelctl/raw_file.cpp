@@ -11,12 +11,15 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <tuple>
+#include <utility>
 
 namespace tavrisk::tools {
 namespace {
@@ -69,54 +72,11 @@ bool wouldMake(const LogEntry& entry, const Verdict& verdict) {
            zel::toUtf8(verdict.event->device) == entry.device();
 }
 
-std::optional<Bytes> readFile(const fs::path& file) {
-    std::ifstream stream{file, std::ios::binary};
-    if (!stream) {
-        return {};
-    }
-    return Bytes{std::istreambuf_iterator{stream}, {}};
+/** What both say. */
+Summary common(const Summary& one, const Summary& other) {
+    return {one.sentence == other.sentence ? one.sentence : "",
+            one.part == other.part ? one.part : ""};
 }
-
-class Search {
-public:
-    explicit Search(const LogEntry& entry) : entry_{entry} {
-        if (const auto time = fromLogTime(entry.time)) {
-            entrySeconds_ = std::chrono::floor<seconds>(time->time_since_epoch());
-        }
-    }
-
-    void in(const RawPlace& place) {
-        const auto problem = place.forEachFile([&](const fs::path& file, seconds kept) {
-            consider(place, file, entrySeconds_ - kept);
-        });
-        if (found_.unreadable.empty()) {
-            found_.unreadable = problem;
-        }
-    }
-
-    [[nodiscard]] const RawFiles& found() const { return found_; }
-
-private:
-    void consider(const RawPlace& place, const fs::path& file, seconds delay) {
-        const auto longest = found_.paths.empty() ? longestDelay : found_.delay;
-        if (delay < seconds{0} || delay > longest) {
-            return;
-        }
-        const auto verdict = place.classify(file);
-        if (!verdict || !wouldMake(entry_, *verdict)) {
-            return;
-        }
-        if (delay < longest) {
-            found_.paths.clear();
-        }
-        found_.delay = delay;
-        found_.paths.push_back(file.string());
-    }
-
-    const LogEntry& entry_;
-    seconds entrySeconds_{0};
-    RawFiles found_;
-};
 
 } // namespace
 
@@ -134,27 +94,130 @@ std::string RawPlace::forEachFile(const std::function<void(const fs::path&, seco
                : "";
 }
 
-std::optional<Verdict> RawPlace::classify(const fs::path& file) const {
-    const auto raw = readFile(file);
-    const auto record = raw ? toEventRecord(*raw) : std::nullopt;
+std::optional<Bytes> readRawFile(const fs::path& file) {
+    std::ifstream stream{file, std::ios::binary};
+    if (!stream) {
+        return {};
+    }
+    return Bytes{std::istreambuf_iterator{stream}, {}};
+}
+
+std::optional<Verdict> RawPlace::classify(const Bytes& raw) const {
+    const auto record = toEventRecord(raw);
     return record ? std::optional{tavrisk::classify(*record)} : std::nullopt;
 }
 
-std::array<RawPlace, 2> rawPlacesBelow(const std::string& root) {
-    return {RawPlace{root, secondsInName, asItIs},
-            RawPlace{root + rawCperDirectory, secondsOfWriting, toSummary}};
+std::optional<Verdict> RawPlace::classify(const fs::path& file) const {
+    const auto raw = readRawFile(file);
+    return raw ? classify(*raw) : std::nullopt;
 }
 
-RawFiles findRawFiles(const LogEntry& entry) {
-    Search search{entry};
-    for (const std::string root : {dataRoot, savedRoot}) {
-        if (search.found().paths.empty()) {
-            for (const auto& place : rawPlacesBelow(root)) {
-                search.in(place);
-            }
+std::array<RawPlace, 2> rawPlacesBelow(const std::string& root) {
+    return {RawPlace{root, secondsInName, asItIs, summaryOfEvent},
+            RawPlace{root + rawCperDirectory, secondsOfWriting, toSummary, summaryOfCper}};
+}
+
+bool isCper(const fs::path& file) {
+    return (file.parent_path() / "").native().ends_with(rawCperDirectory);
+}
+
+Content contentOf(const fs::path& file, std::span<const std::uint8_t> raw) {
+    return isCper(file) ? contentOfCper(raw) : contentOfEvent(raw);
+}
+
+std::string partOf(const LogEntry& entry, const RawFiles& files) {
+    return files.summary.part.empty() || files.isGuess() ? entry.device() : files.summary.part;
+}
+
+/** A data tree; its directories are read when it is first looked at. */
+class RawFileIndex::Tree {
+public:
+    explicit Tree(const std::string& root) : places_{rawPlacesBelow(root)} {}
+
+    /** Adds those of the entry, or why there may be more than can be seen. */
+    void addTo(RawFiles& found, const LogEntry& entry);
+
+private:
+    struct File {
+        seconds kept;
+        std::string path;
+        const RawPlace* place;
+        bool isRead = false;
+        std::optional<Verdict> verdict{};
+        Summary summary{};
+    };
+
+    void list();
+    static void read(File& file);
+
+    std::array<RawPlace, 2> places_;
+    bool isListed_ = false;
+    std::vector<File> files_; // those kept first at the beginning
+    std::string problem_;
+};
+
+void RawFileIndex::Tree::list() {
+    for (const auto& place : places_) {
+        const auto problem = place.forEachFile([&](const fs::path& file, seconds kept) {
+            files_.push_back({kept, file.string(), &place});
+        });
+        problem_ = problem_.empty() ? problem : problem_;
+    }
+    std::sort(files_.begin(), files_.end(), [](const File& a, const File& b) {
+        return std::tie(a.kept, a.path) < std::tie(b.kept, b.path);
+    });
+}
+
+void RawFileIndex::Tree::read(File& file) {
+    if (std::exchange(file.isRead, true)) {
+        return;
+    }
+    if (const auto raw = readRawFile(file.path)) {
+        file.verdict = file.place->classify(*raw);
+        file.summary = file.place->summaryOf(*raw);
+    }
+}
+
+void RawFileIndex::Tree::addTo(RawFiles& found, const LogEntry& entry) {
+    if (!std::exchange(isListed_, true)) {
+        list();
+    }
+    found.unreadable = found.unreadable.empty() ? problem_ : found.unreadable;
+    const auto time = fromLogTime(entry.time);
+    const auto made = time ? std::chrono::floor<seconds>(time->time_since_epoch()) : seconds{0};
+    auto file = std::upper_bound(files_.begin(), files_.end(), made,
+                                 [](seconds at, const File& other) { return at < other.kept; });
+    for (auto longest = longestDelay; file != files_.begin();) {
+        --file;
+        if (made - file->kept > longest) {
+            break;
+        }
+        read(*file);
+        if (file->verdict && wouldMake(entry, *file->verdict)) {
+            longest = found.delay = made - file->kept;
+            found.summary =
+                found.paths.empty() ? file->summary : common(found.summary, file->summary);
+            found.paths.insert(found.paths.begin(), file->path);
         }
     }
-    return search.found();
+}
+
+RawFileIndex::RawFileIndex() {
+    for (const std::string root : {dataRoot, savedRoot}) {
+        trees_.emplace_back(root);
+    }
+}
+
+RawFileIndex::~RawFileIndex() = default;
+
+RawFiles RawFileIndex::find(const LogEntry& entry) {
+    RawFiles found;
+    for (auto& tree : trees_) {
+        if (found.paths.empty()) {
+            tree.addTo(found, entry);
+        }
+    }
+    return found;
 }
 
 } // namespace tavrisk::tools

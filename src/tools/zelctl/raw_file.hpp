@@ -2,6 +2,7 @@
 #pragma once
 
 #include "records/classifier.hpp"
+#include "tools/common/content.hpp"
 #include "tools/zelctl/log.hpp"
 
 #include <array>
@@ -10,6 +11,7 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -21,13 +23,17 @@ struct RawPlace {
     std::string directory;
     std::optional<std::int64_t> (*secondsOf)(const std::filesystem::path& file);
     std::optional<std::vector<std::uint8_t>> (*toEventRecord)(const std::vector<std::uint8_t>& raw);
+    /** What they say of themselves. */
+    Summary (*summaryOf)(std::span<const std::uint8_t> raw);
 
     /** Passes its files and when they were kept. Returns why it could not be looked through, or
      *  nothing. */
     std::string forEachFile(
         const std::function<void(const std::filesystem::path&, std::chrono::seconds)>& take) const;
 
-    /** What the daemon makes of a file; nothing of one that cannot be read. */
+    /** What the daemon makes of a file's bytes; nothing of what it refuses. */
+    [[nodiscard]] std::optional<Verdict> classify(const std::vector<std::uint8_t>& raw) const;
+    /** And of the file; nothing of one that cannot be read. */
     [[nodiscard]] std::optional<Verdict> classify(const std::filesystem::path& file) const;
 };
 
@@ -42,13 +48,40 @@ struct RawFiles {
      *  second they may be those of another report, whose file is the only one left. */
     std::chrono::seconds delay{0};
     /** Where could not be looked, and why; empty when all places could. */
-    std::string unreadable;
+    std::string unreadable{};
+    /** What all of them say; empty where they differ. */
+    Summary summary{};
 
     [[nodiscard]] bool isGuess() const { return delay > std::chrono::seconds{1}; }
 };
 
-/** Those files kept last before the entry was made that the daemon would make the same entry of:
- *  of the data tree, or else of what SaveAndClearCache has saved of it. */
-RawFiles findRawFiles(const LogEntry& entry);
+/** A raw file's bytes; nothing when it cannot be read. */
+std::optional<std::vector<std::uint8_t>> readRawFile(const std::filesystem::path& file);
+
+/** Whether a file is kept where CPERs are. */
+bool isCper(const std::filesystem::path& file);
+
+/** All that the file says, whose bytes these are. */
+Content contentOf(const std::filesystem::path& file, std::span<const std::uint8_t> raw);
+
+/** The part that the entry's record names, or else the device, and also where it is a guess. */
+std::string partOf(const LogEntry& entry, const RawFiles& files);
+
+/** The data files of this machine. Each is read once, when an entry may have come from it. */
+class RawFileIndex {
+public:
+    RawFileIndex();
+    ~RawFileIndex();
+    RawFileIndex(const RawFileIndex&) = delete;
+    RawFileIndex& operator=(const RawFileIndex&) = delete;
+
+    /** Those files kept last before the entry was made that the daemon would make the same entry
+     *  of: of the data tree, or else of what SaveAndClearCache has saved of it. */
+    RawFiles find(const LogEntry& entry);
+
+private:
+    class Tree;
+    std::vector<Tree> trees_;
+};
 
 } // namespace tavrisk::tools

@@ -7,6 +7,8 @@
 
 #include <array>
 #include <cstdio>
+#include <sstream>
+#include <tuple>
 
 namespace tavrisk::tools {
 namespace {
@@ -70,6 +72,31 @@ void addRawFiles(std::vector<Fact>& facts, const Style& style, const RawFiles& f
                      unreadable.empty() ? Json::Value{} : Json::Value{unreadable}});
 }
 
+/** What the record says, in one sentence, and which part that is about. */
+void addSummary(std::vector<Fact>& facts, const Style& style, const Summary& summary) {
+    for (const auto& [label, key, text] :
+         {std::tuple{"  Says", "sentence", summary.sentence}, {"  Part", "part", summary.part}}) {
+        if (!text.empty()) {
+            add(facts, style, label, {text});
+        }
+        facts.push_back({"", "", key, text.empty() ? Json::Value{} : Json::Value{text}});
+    }
+}
+
+/** Lines that are set in by what they belong to, two blanks further. */
+void putRecord(const Style& style, const std::string& lines) {
+    std::istringstream stream{lines};
+    for (std::string line; std::getline(stream, line);) {
+        putLine(hanging(style, line.find_first_not_of(' ') + 4, "  " + line));
+    }
+}
+
+/** All that the first record says. */
+Content contentOfFirst(const RawFiles& found) {
+    const auto bytes = found.paths.empty() ? std::nullopt : readRawFile(found.paths.front());
+    return bytes ? contentOf(found.paths.front(), *bytes) : Content{};
+}
+
 } // namespace
 
 Exit show(const Log& log, const Arguments& arguments) {
@@ -82,12 +109,22 @@ Exit show(const Log& log, const Arguments& arguments) {
     const auto style = Style::ofStandardOutput();
     std::vector<Fact> facts;
     addEntry(facts, style, *entry);
-    addRawFiles(facts, style, findRawFiles(*entry));
+    const auto found = RawFileIndex{}.find(*entry);
+    const auto content = contentOfFirst(found);
+    addRawFiles(facts, style, found);
+    addSummary(facts, style, found.summary);
+    facts.push_back({"", "", "record", content.members.empty() ? Json::Value{} : content.members});
     if (const auto form = formOf(arguments); form != Form::text) {
         Records{form}.put(toJson(facts, toJson(*entry)));
     } else {
         putLine(emphasised(style, "Entry " + std::to_string(sequence)));
         putFacts(facts, labelWidth);
+        if (!content.lines.empty()) {
+            putLine("\n" + emphasised(style, found.isGuess() ? "Its record, if the guess is right"
+                                             : found.paths.size() > 1 ? "The first of these records"
+                                                                      : "Its record"));
+            putRecord(style, content.lines);
+        }
     }
     return Exit::done;
 }

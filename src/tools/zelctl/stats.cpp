@@ -5,6 +5,7 @@
 #include "tools/zelctl/commands.hpp"
 #include "tools/zelctl/entry_text.hpp"
 #include "tools/zelctl/form.hpp"
+#include "tools/zelctl/raw_file.hpp"
 #include "tools/zelctl/time_text.hpp"
 
 #include <sys/stat.h>
@@ -28,6 +29,7 @@ struct Statistics {
     Counts bySeverity{{"critical", 0}, {"warning", 0}, {"other", 0}};
     Counts byMessageId;
     Counts byDevice;
+    std::optional<Counts> byPart; // where asked for
     std::vector<TimePoint> times; // of the matching entries
 };
 
@@ -42,8 +44,13 @@ std::int64_t bytesOnDisk(const std::string& path) {
     return bytes;
 }
 
-Statistics collect(const std::string& path, const std::optional<LogReader>& reader, Filter filter) {
+Statistics collect(const std::string& path, const std::optional<LogReader>& reader, Filter filter,
+                   bool withParts) {
     Statistics statistics;
+    RawFileIndex index;
+    if (withParts) {
+        statistics.byPart.emplace();
+    }
     statistics.bytesOnDisk = bytesOnDisk(path);
     statistics.beside = lookBeside(path);
     if (!reader) {
@@ -51,11 +58,14 @@ Statistics collect(const std::string& path, const std::optional<LogReader>& read
     }
     statistics.health = reader->health();
     resolveBoot(filter, *reader);
-    reader->forEach(filter, true, [&statistics](const LogEntry& entry) {
+    reader->forEach(filter, true, [&](const LogEntry& entry) {
         ++statistics.matching;
         ++statistics.bySeverity[name(entry.severity())];
         ++statistics.byMessageId[entry.messageId];
         ++statistics.byDevice[entry.device()];
+        if (statistics.byPart) {
+            ++(*statistics.byPart)[partOf(entry, index.find(entry))];
+        }
         if (const auto time = fromLogTime(entry.time)) {
             statistics.times.push_back(*time);
         }
@@ -159,6 +169,9 @@ Json::Value toJson(const Statistics& statistics, Json::Value object) {
     }
     object["byMessageId"] = toJson(statistics.byMessageId, "messageId");
     object["byDevice"] = toJson(statistics.byDevice, "device");
+    if (statistics.byPart) {
+        object["byPart"] = toJson(*statistics.byPart, "part");
+    }
     return object;
 }
 
@@ -281,6 +294,9 @@ void putText(const std::vector<Fact>& health, const Statistics& statistics, cons
              [&style](const std::string& word) { return severityLabel(style, word); });
     putTable("Entries by message" + count, ranked(statistics.byMessageId), style, messageLabel);
     putTable("Entries by device" + count, ranked(statistics.byDevice), style, deviceLabel);
+    if (statistics.byPart) {
+        putTable("Entries by part" + count, ranked(*statistics.byPart), style, deviceLabel);
+    }
     if (style.terminal) {
         putChart(statistics.times, style);
     }
@@ -289,7 +305,8 @@ void putText(const std::vector<Fact>& health, const Statistics& statistics, cons
 } // namespace
 
 Exit stats(const Log& log, const Arguments& arguments) {
-    const auto statistics = collect(log.path(), log.open(), filterOf(arguments));
+    const auto statistics =
+        collect(log.path(), log.open(), filterOf(arguments), arguments.has("parts"));
     const auto health = healthFacts(log.path(), statistics);
     if (const auto form = formOf(arguments); form != Form::text) {
         Records{form}.put(toJson(statistics, tools::toJson(health)));

@@ -9,12 +9,22 @@
 
 namespace tavrisk::tools {
 
-/** What a record says of itself, whatever the daemon makes of it. */
-struct Content {
+/** What a record says of itself in short, whatever the daemon makes of it. */
+struct Summary {
     /** What happened to which part; empty when the record does not tell. */
     std::string sentence;
+    /** The part alone; empty when the record does not tell. */
+    std::string part;
+};
+
+Summary summaryOfCper(std::span<const std::uint8_t> bytes);
+Summary summaryOfEvent(std::span<const std::uint8_t> bytes);
+
+/** All of what it says. */
+struct Content {
+    Summary summary;
     /** The rest, line by line, each with a newline. */
-    std::string lines;
+    std::string lines{};
     /** All of it, as members of the JSON object. */
     Json::Value members{Json::objectValue};
 };

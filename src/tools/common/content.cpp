@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/tavriskctl/content.hpp"
+#include "tools/common/content.hpp"
 
 #include "records/cper/printed.hpp"
 #include "records/cper/record.hpp"
@@ -38,8 +38,22 @@ std::string textOf(const Json::Value& value) {
     return jsonLine(value);
 }
 
-void add(Content& content, const char* label, const char* member, const Json::Value& value) {
-    const auto text = textOf(value);
+/** Where it began: in a log entry that stands among its links. */
+std::string originOf(const Json::Value& record) {
+    const auto& links = record["Links"];
+    const auto& origin = record["OriginOfCondition"];
+    return textOf(origin.isNull() && links.isObject() ? links["OriginOfCondition"] : origin);
+}
+
+Summary summaryOf(const Json::Value& record) {
+    return record.isNull() ? Summary{} : Summary{textOf(record["Message"]), originOf(record)};
+}
+
+Summary summaryOf(const cper::Node& record) {
+    return {cper::sentence(record), cper::part(record)};
+}
+
+void add(Content& content, const char* label, const char* member, const std::string& text) {
     if (!text.empty()) {
         content.lines += std::string{label} + ": " + harmless(text) + "\n";
         content.members[member] = text;
@@ -48,30 +62,33 @@ void add(Content& content, const char* label, const char* member, const Json::Va
 
 } // namespace
 
+Summary summaryOfCper(std::span<const std::uint8_t> bytes) {
+    return summaryOf(cper::decode(bytes));
+}
+
+Summary summaryOfEvent(std::span<const std::uint8_t> bytes) {
+    return summaryOf(parseObject(bytes));
+}
+
 Content contentOfCper(std::span<const std::uint8_t> bytes) {
     const auto record = cper::decode(bytes);
-    Content content{cper::sentence(record), cper::toText(record), cper::toJson(record)};
+    Content content{summaryOf(record), cper::toText(record), cper::toJson(record)};
     content.members["schemaVersion"] = Json::UInt64{cper::schemaVersion};
-    content.members["sentence"] = content.sentence;
+    content.members["sentence"] = content.summary.sentence;
     return content;
 }
 
 Content contentOfEvent(std::span<const std::uint8_t> bytes) {
     const auto record = parseObject(bytes);
-    Content content;
+    Content content{summaryOf(record)};
     if (record.isNull()) {
         return content;
     }
-    content.sentence = textOf(record["Message"]);
-    if (!content.sentence.empty()) {
-        content.members["sentence"] = content.sentence;
+    if (!content.summary.sentence.empty()) {
+        content.members["sentence"] = content.summary.sentence;
     }
-    add(content, "Resolution", "resolution", record["Resolution"]);
-    // A log entry has it among its links.
-    const auto& links = record["Links"];
-    const auto& origin = record["OriginOfCondition"];
-    add(content, "Origin of condition", "originOfCondition",
-        origin.isNull() && links.isObject() ? links["OriginOfCondition"] : origin);
+    add(content, "Resolution", "resolution", textOf(record["Resolution"]));
+    add(content, "Origin of condition", "originOfCondition", content.summary.part);
     return content;
 }
 

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <string_view>
+
+namespace tavrisk::tools {
+
+/** A file in the making, beside the one that it takes the place of once it is complete; or standard
+ *  output, for "-". Gone when it was not finished; its name meanwhile does not end as that of the
+ *  other. */
+class Draft {
+public:
+    /** Raises Failure, also when there is something at `path` that is no regular file. */
+    explicit Draft(std::string path, mode_t mode = 0600);
+    ~Draft();
+    Draft(const Draft&) = delete;
+    Draft& operator=(const Draft&) = delete;
+
+    void write(std::string_view bytes);
+    void finish();
+
+private:
+    std::string path_;
+    mode_t mode_;
+    std::string beside_;
+    int file_ = -1;
+};
+
+} // namespace tavrisk::tools
