@@ -66,7 +66,7 @@ need_prometheus() {
   need apt
   mkdir -p "$root/build/prometheus"
   (
-    cd "$root/build/prometheus"
+    cd "$root/build/prometheus" || exit
     rm -f -- *.deb
     apt-get download -qq prometheus prometheus-node-exporter 2>/dev/null ||
       { as_root apt-get update -qq && apt-get download -qq prometheus prometheus-node-exporter; }
