@@ -18,9 +18,11 @@ struct InstalledFile {
     unsigned mode;
 };
 constexpr std::array embeddedFiles{
+    InstalledFile{"OSKA.1.0.0.json", "tavrisk", 0644},
     InstalledFile{"libkelp.so", "", 0755},
     InstalledFile{"libmosslink.so.9", "", 0755},
     InstalledFile{"libwhelk.so.9", "", 0755},
+    InstalledFile{"redfish.schema.json", "tavrisk", 0644},
     InstalledFile{"tavrisk-retention", "libexec", 0755},
     InstalledFile{"zelctl", "bin", 0755},
     InstalledFile{"zelctl", "completions", 0644},

@@ -51,10 +51,19 @@ std::string sequencesOf(const std::string& arguments, const std::string& with = 
     return sequences;
 }
 
+/** The collection that a command prints for a Redfish server; its members alone. */
+Json::Value members(const std::string& arguments) {
+    return parsed(outputOf(arguments + " --output redfish 2>/dev/null"))["Members"];
+}
+
 void add(const std::string& time, const std::string& id, std::uint16_t severity,
          std::string_view device) {
     const tavrisk::zel::Entry entry{time, id, severity, tavrisk::zel::toJsonArray({&device, 1})};
     tavrisk::zel::Store{path}.append({&entry, 1}, 1000);
+}
+
+void execute(const char* sql) {
+    tavrisk::zel::Connection{path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE}.execute(sql);
 }
 
 /** Every test begins with these five. */
@@ -99,7 +108,57 @@ TEST_F(Zelctl, CombinesItsFilters) {
         "UPDATE entries SET acknowledged_at = '2025-01-05T10:00:00.000Z' WHERE sequence = 5");
     for (const auto& [arguments, expected] : cases) {
         EXPECT_EQ(sequencesOf(arguments), expected) << arguments;
+        std::string ids;
+        for (const auto& member : has(arguments, "^list") ? members(arguments) : Json::Value{}) {
+            ids += member["Id"].asString() + " ";
+        }
+        EXPECT_EQ(ids, has(arguments, "^list") ? expected : "") << arguments;
     }
+}
+
+TEST_F(Zelctl, ServesARedfishServer) {
+    execute("UPDATE entries SET time = '2025-01-02T10:00:00.501+01', arguments = '[\"a\\u0000\"]'"
+            " WHERE sequence = 3;"
+            "UPDATE entries SET time = '1970-01-01T00:00:12.345Z' WHERE sequence = 4;"
+            "UPDATE entries SET arguments = '[]' WHERE sequence = 1");
+    run("ack 2");
+    auto expected = parsed(R"json({
+        "@odata.id": "/redfish/v1/Managers/HMC/LogServices/ZEL/Entries",
+        "@odata.type": "#LogEntryCollection.LogEntryCollection",
+        "Name": "Event Log Entries", "Description": "Entries of the platform event log (ZEL)",
+        "Members": [
+            {"Id": "5", "Created": "2025-01-04T10:00:00.000Z", "Severity": "OK", "Resolved": false,
+             "Message": "XYZ: (not in the catalogue) ", "MessageArgs": [""]},
+            {"Id": "4", "Severity": "OK", "Resolved": false, "MessageId": "OSKA.1.0.HMC0003",
+             "Message": "The Fan is operating normally.", "MessageArgs": ["Fan"]},
+            {"Id": "3", "Severity": "Warning", "Resolved": false, "MessageId": "OSKA.1.0.HMC0002",
+             "Message": "A warning condition has been reported for a\u0000.",
+             "MessageArgs": ["a\u0000"]},
+            {"Id": "2", "Created": "2025-01-02T10:00:00.500Z", "Severity": "Warning",
+             "Resolved": true, "MessageId": "OSKA.1.0.HMC0005", "MessageArgs": ["GPU10"],
+             "Message": "The GPU10 upper warning threshold has been exceeded."},
+            {"Id": "1", "Created": "2025-01-01T10:00:00.000Z", "Severity": "Critical",
+             "Resolved": false, "MessageId": "OSKA.1.0.HMC0001", "MessageArgs": [""],
+             "Message": "A critical error has been reported for ."}],
+        "Members@odata.count": 5})json");
+    for (auto& member : expected["Members"]) {
+        const auto id = member["Id"].asString();
+        member["@odata.id"] = expected["@odata.id"].asString() + "/" + id;
+        member["@odata.type"] = "#LogEntry.v1_16_0.LogEntry";
+        member["Name"] = "Log Entry " + id;
+        member["EntryType"] = "Event";
+    }
+    auto told = parsed(outputOf("list --output redfish 2>/dev/null"));
+    for (auto& member : told["Members"]) { // Of the registry, which another test has.
+        EXPECT_EQ(member.isMember("Resolution"), member.isMember("MessageId"));
+        member.removeMember("Resolution");
+    }
+    EXPECT_EQ(told, expected);
+    EXPECT_EQ(members("list --id HMC0001 --base /redfish/v1/X")[0]["@odata.id"], "/redfish/v1/X/1");
+    std::filesystem::remove_all(directory);
+    expected["Members"] = Json::arrayValue;
+    expected["Members@odata.count"] = 0;
+    EXPECT_EQ(parsed(outputOf("list --output redfish")), expected);
 }
 
 TEST_F(Zelctl, TellsOfAClockThatWasNotSet) {
@@ -256,6 +315,10 @@ TEST_F(Zelctl, SaysWhyItCannot) {
     expect("list --since yesterdays", 2,
            "zelctl: --since takes a TIME, not 'yesterdays'\n"
            "Try 'zelctl list --help'.\n");
+    expect("list --output redfish --fold", 2, "has no room for what --fold tells");
+    expect("list --output redfish --base redfish/v1", 2, "--base takes a path");
+    expect("list --base /redfish/v1 --json", 2, "--base is for --output=redfish");
+    expect("follow --output redfish", 2, "--output takes short, json or csv, not 'redfish'");
     expect("stats -n 1", 2, "zelctl: stats has no option --limit\n");
     expect("list -n 0", 2, "zelctl: --limit takes a number from 1, not '0'\n");
     expect("help verify", 0, "Usage: zelctl verify [OPTION]...\n\nTo check the database.\n");
@@ -276,10 +339,6 @@ TEST_F(Zelctl, SaysWhyItCannot) {
     std::filesystem::remove_all(directory);
     EXPECT_EQ(outputOf("list --json"), "");
     expect("list", 0, "");
-}
-
-void execute(const char* sql) {
-    tavrisk::zel::Connection{path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE}.execute(sql);
 }
 
 constexpr auto oldLayout =
@@ -588,10 +647,38 @@ TEST_F(Zelctl, NamesThePartThatARecordNames) {
     EXPECT_EQ(opened("list"), 0);
     EXPECT_EQ(opened("list --long"), 1);
     EXPECT_EQ(opened("stats --parts"), 1);
+    EXPECT_EQ(opened("list --output redfish"), 1);
+    const auto record = readFile(sample + "decoder/memory.cper");
+    const auto unsigned_ = "...." + replaced(record, "^CPER", "CPEX");
+    const struct {
+        const char* what;
+        std::string bytes;
+        int age;
+        bool isNamed;
+        bool hasData;
+    } records[]{
+        {"a whole one", record, 0, true, true},
+        {"a guess", record, 5, false, false},
+        {"one without a signature", unsigned_, 0, false, false},
+        {"a large one", record + std::string(1U << 20U, 'x'), 0, true, false},
+    };
+    for (const auto& row : records) {
+        writeFile("/var/run/hmc/rawCPER/m.1", row.bytes);
+        std::filesystem::last_write_time(
+            "/var/run/hmc/rawCPER/m.1",
+            std::chrono::file_clock::from_sys(now - std::chrono::seconds{row.age}));
+        const auto entries = members("list --after 5 --reverse");
+        EXPECT_EQ(entries[1].isMember("CPER"), row.isNamed) << row.what;
+        EXPECT_EQ(entries[1].isMember("DiagnosticData"), row.hasData) << row.what;
+        EXPECT_FALSE(entries[0].isMember("CPER") || entries[2].isMember("CPER"));
+    }
+    std::filesystem::remove("/var/run/hmc/rawCPER/m.1");
+    keep("decoder/memory.cper", "/var/run/hmc/rawCPER/m.1");
     // Which of two it is cannot be told.
     keep("decoder/pcie.cper", "/var/run/hmc/rawCPER/p.1");
     EXPECT_THAT(outputOf("show 7"), AllOf(HasSubstr("One of"), Not(HasSubstr("Part ")),
                                           HasSubstr("The first of these records")));
+    EXPECT_FALSE(members("list --after 5 --reverse")[1].isMember("CPER"));
     EXPECT_THAT(outputOf("stats --parts --after 5"), HasSubstr(" 6  " + std::string{type} + "\n"));
     std::filesystem::remove_all("/var/run/hmc/rawCPER");
     std::filesystem::remove("/var/run/hmc/e." + seconds);
@@ -624,6 +711,9 @@ TEST_F(Zelctl, PrintsWhatItsSchemaPromises) {
     EXPECT_THAT(outputOf("show 6"), AllOf(HasSubstr(saved), HasSubstr("a guess: kept 9 s before")));
     std::filesystem::permissions("/mmc1/hmc", std::filesystem::perms::none);
     EXPECT_THAT(outputOf("show 6", unprivileged), HasSubstr("cannot be told: /mmc1/hmc/: Permis"));
+    EXPECT_THAT(
+        outputOf("list --output redfish >/dev/null", unprivileged),
+        HasSubstr("CPERs may be missing, for one cannot look everywhere: /mmc1/hmc/: Perm"));
     std::filesystem::remove_all(directory);
     expectPromised("stats", "stats");
     expectPromised("verify", "verification");

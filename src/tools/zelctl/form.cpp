@@ -52,8 +52,13 @@ Form formOf(const Arguments& arguments) {
     if (word == "csv") {
         return Form::csv;
     }
+    const bool mayBeRedfish = arguments.command == "list";
+    if (word == "redfish" && mayBeRedfish) {
+        return Form::redfish;
+    }
     if (word != "short") {
-        failUsage("--output takes short, json or csv, not '" + word + "'");
+        failUsage(std::string{"--output takes short, json"} +
+                  (mayBeRedfish ? ", csv or redfish" : " or csv") + ", not '" + word + "'");
     }
     return Form::text;
 }

@@ -10,7 +10,8 @@
 
 namespace tavrisk::tools {
 
-enum class Form { text, json, csv };
+/** Objects of ours in three forms, or, of `list` alone, those of a Redfish server. */
+enum class Form { text, json, csv, redfish };
 
 /** The form that --output, or --json, asks for. Raises Failure with Exit::usage. */
 Form formOf(const Arguments& arguments);

@@ -3,6 +3,7 @@
 #include "tools/zelctl/entry_text.hpp"
 #include "tools/zelctl/form.hpp"
 #include "tools/zelctl/raw_file.hpp"
+#include "tools/zelctl/redfish/collection.hpp"
 #include "tools/zelctl/time_text.hpp"
 
 #include <algorithm>
@@ -36,9 +37,11 @@ std::string repeatsText(const Repeats& repeats) {
 
 class Listing {
 public:
-    Listing(const LogReader& reader, const Arguments& arguments)
+    /** Entries go into the collection if there is one. */
+    Listing(const LogReader& reader, const Arguments& arguments, LogEntryCollection* collection)
         : reader_{reader},
           arguments_{arguments},
+          collection_{collection},
           filter_{filterOf(arguments)},
           limit_{limitOf(arguments)},
           form_{formOf(arguments)},
@@ -51,7 +54,9 @@ public:
 
     void print() {
         reader_.forEach(filter_, arguments_.has("reverse"), [this](const LogEntry& entry) {
-            arguments_.has("long") ? putLong(entry) : put(entry, toJson(entry));
+            arguments_.has("long")   ? putLong(entry)
+            : collection_ != nullptr ? putMember(entry)
+                                     : put(entry, toJson(entry));
             return !limit_ || printed_ < *limit_;
         });
     }
@@ -88,6 +93,10 @@ public:
             note("the clock was not set for " + countText(unset_, "entry", "entries") +
                  "; numbers are in order all the same");
         }
+        if (collection_ != nullptr && !collection_->unreadable().empty()) {
+            note("CPERs may be missing, for one cannot look everywhere: " +
+                 harmless(collection_->unreadable()));
+        }
         if (filter_.since && hasOlderOfUnsetClock()) {
             note("some entries are of a time when the clock was not set, and may be of that time "
                  "as well: see 'zelctl list --until 2019-12-31'");
@@ -114,10 +123,20 @@ private:
         }
     }
 
-    void put(const LogEntry& entry, const Json::Value& object, const std::string& more = {}) {
+    void count(const LogEntry& entry) {
         unset_ += isOfUnsetClock(entry) ? 1 : 0;
         last_ = entry.sequence;
-        if (printed_++ == 0 && form_ == Form::text && style_.terminal) {
+        ++printed_;
+    }
+
+    void putMember(const LogEntry& entry) {
+        collection_->put(entry);
+        count(entry);
+    }
+
+    void put(const LogEntry& entry, const Json::Value& object, const std::string& more = {}) {
+        count(entry);
+        if (printed_ == 1 && form_ == Form::text && style_.terminal) {
             putLine(titleLine(style_, width_));
         }
         if (form_ == Form::text) {
@@ -157,6 +176,7 @@ private:
 
     const LogReader& reader_;
     const Arguments& arguments_;
+    LogEntryCollection* collection_;
     Filter filter_;
     std::optional<std::int64_t> limit_;
     Form form_;
@@ -195,24 +215,43 @@ Exit listBoots(const LogReader& reader, const Arguments& arguments) {
     return Exit::done;
 }
 
-} // namespace
-
-Exit list(const Log& log, const Arguments& arguments) {
+void checkOptions(const Arguments& arguments, Form form) {
     if (arguments.has("long") && (arguments.has("fold") || arguments.has("boots"))) {
         failUsage("--long is for entries, not for --fold or --boots");
     }
+    for (const auto* option : {"long", "fold", "boots"}) {
+        if (form == Form::redfish && arguments.has(option)) {
+            failUsage(std::string{"--output=redfish has no room for what --"} + option + " tells");
+        }
+    }
+    if (form != Form::redfish && arguments.has("base")) {
+        failUsage("--base is for --output=redfish");
+    }
     filterOf(arguments); // What is wrong with it is told without a log, too.
+}
+
+} // namespace
+
+Exit list(const Log& log, const Arguments& arguments) {
     const auto form = formOf(arguments);
+    checkOptions(arguments, form);
+    std::optional<LogEntryCollection> collection;
+    if (form == Form::redfish) {
+        collection.emplace(arguments);
+    }
     const auto reader = log.open();
     if (reader && arguments.has("boots")) {
         return listBoots(*reader, arguments);
     }
     std::int64_t printed = 0;
     if (reader) {
-        Listing listing{*reader, arguments};
+        Listing listing{*reader, arguments, collection ? &*collection : nullptr};
         arguments.has("fold") ? listing.printFolded() : listing.print();
         listing.tellOfTheRest();
         printed = listing.printed();
+    }
+    if (collection) {
+        collection->end();
     }
     if (printed == 0 && form == Form::text && Style::ofStandardOutput().terminal) {
         std::cerr << "No entries.\n";

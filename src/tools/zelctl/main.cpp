@@ -55,7 +55,7 @@ constexpr std::array commands{
     CommandRow{
         "list", "", 0, 0,
         "since until severity id not-id device not-device grep after boot boots open long fold "
-        "limit reverse json output no-pager db",
+        "limit reverse json output base no-pager db",
         "show entries, newest first", timeNotes, on<list, Paged::yes>},
     CommandRow{
         "follow", "", 0, 0,
@@ -122,7 +122,8 @@ constexpr std::array options{
     OptionRow{"fold", 0, nullptr, "for list: one line for all repeats of an entry"},
     OptionRow{"limit", 'n', "N", "stop after N entries"},
     OptionRow{"reverse", 'r', nullptr, "oldest first, as follow has them always"},
-    OptionRow{"output", 0, "FORM", "short, json or csv"},
+    OptionRow{"output", 0, "FORM", "short, json or csv; list has redfish as well"},
+    OptionRow{"base", 0, "PATH", "for list --output=redfish: where it is served"},
     OptionRow{"json", 0, nullptr, "one JSON object per line, see zelctl.schema.json"},
     OptionRow{"no-pager", 0, nullptr, "do not page on a terminal", true},
     OptionRow{"db", 0, "PATH", "read another database than the system's", true},

@@ -135,7 +135,7 @@ public:
     explicit Tree(const std::string& root) : places_{rawPlacesBelow(root)} {}
 
     /** Adds those of the entry, or why there may be more than can be seen. */
-    void addTo(RawFiles& found, const LogEntry& entry);
+    void addTo(RawFiles& found, const LogEntry& entry, Contents& last);
 
 private:
     struct File {
@@ -148,7 +148,7 @@ private:
     };
 
     void list();
-    static void read(File& file);
+    static std::optional<Bytes> read(File& file);
 
     std::array<RawPlace, 2> places_;
     bool isListed_ = false;
@@ -168,17 +168,20 @@ void RawFileIndex::Tree::list() {
     });
 }
 
-void RawFileIndex::Tree::read(File& file) {
+/** Its bytes, the first time. */
+std::optional<Bytes> RawFileIndex::Tree::read(File& file) {
     if (std::exchange(file.isRead, true)) {
-        return;
+        return {};
     }
-    if (const auto raw = readRawFile(file.path)) {
+    auto raw = readRawFile(file.path);
+    if (raw) {
         file.verdict = file.place->classify(*raw);
         file.summary = file.place->summaryOf(*raw);
     }
+    return raw;
 }
 
-void RawFileIndex::Tree::addTo(RawFiles& found, const LogEntry& entry) {
+void RawFileIndex::Tree::addTo(RawFiles& found, const LogEntry& entry, Contents& last) {
     if (!std::exchange(isListed_, true)) {
         list();
     }
@@ -192,12 +195,15 @@ void RawFileIndex::Tree::addTo(RawFiles& found, const LogEntry& entry) {
         if (made - file->kept > longest) {
             break;
         }
-        read(*file);
+        auto raw = read(*file);
         if (file->verdict && wouldMake(entry, *file->verdict)) {
             longest = found.delay = made - file->kept;
             found.summary =
                 found.paths.empty() ? file->summary : common(found.summary, file->summary);
             found.paths.insert(found.paths.begin(), file->path);
+            if (raw) {
+                last = {file->path, std::move(*raw)};
+            }
         }
     }
 }
@@ -214,10 +220,17 @@ RawFiles RawFileIndex::find(const LogEntry& entry) {
     RawFiles found;
     for (auto& tree : trees_) {
         if (found.paths.empty()) {
-            tree.addTo(found, entry);
+            tree.addTo(found, entry, last_);
         }
     }
     return found;
+}
+
+const Bytes& RawFileIndex::bytesOf(const std::string& path) {
+    if (last_.path != path) {
+        last_ = {path, readRawFile(path).value_or(Bytes{})};
+    }
+    return last_.bytes;
 }
 
 } // namespace tavrisk::tools

@@ -67,7 +67,8 @@ Content contentOf(const std::filesystem::path& file, std::span<const std::uint8_
 /** The part that the entry's record names, or else the device, and also where it is a guess. */
 std::string partOf(const LogEntry& entry, const RawFiles& files);
 
-/** The data files of this machine. Each is read once, when an entry may have come from it. */
+/** The data files of this machine. Each is read once, when an entry may have come from it; the
+ *  bytes are kept of the last one only that an entry was found to have come from. */
 class RawFileIndex {
 public:
     RawFileIndex();
@@ -79,9 +80,18 @@ public:
      *  of: of the data tree, or else of what SaveAndClearCache has saved of it. */
     RawFiles find(const LogEntry& entry);
 
+    /** The bytes of a file that was found, until the next call; none when it cannot be read any
+     *  more. It is read again unless it is the last. */
+    const std::vector<std::uint8_t>& bytesOf(const std::string& path);
+
 private:
+    struct Contents {
+        std::string path;
+        std::vector<std::uint8_t> bytes;
+    };
     class Tree;
     std::vector<Tree> trees_;
+    Contents last_;
 };
 
 } // namespace tavrisk::tools

@@ -55,6 +55,8 @@ FILES:${PN}-platform = " \
     ${libdir}/libmosslink${SOLIBS} \
     ${libdir}/libwhelk${SOLIBS} \
     ${bindir}/zelctl \
+    ${datadir}/tavrisk/OSKA.1.0.0.json \
+    ${datadir}/tavrisk/redfish.schema.json \
     ${datadir}/tavrisk/zelctl.schema.json \
     ${libexecdir}/tavrisk-retention \
     ${systemd_system_unitdir}/tavrisk-metrics.service.d \
