@@ -304,6 +304,11 @@ void putText(const std::vector<Fact>& health, const Statistics& statistics, cons
 
 } // namespace
 
+Json::Value statisticsOf(const Log& log, const Arguments& arguments) {
+    const auto statistics = collect(log.path(), log.open(), filterOf(arguments), true);
+    return toJson(statistics, tools::toJson(healthFacts(log.path(), statistics)));
+}
+
 Exit stats(const Log& log, const Arguments& arguments) {
     const auto statistics =
         collect(log.path(), log.open(), filterOf(arguments), arguments.has("parts"));
