@@ -53,6 +53,9 @@ need_build() {
   need g++ $(libraries '') meson ninja-build pkg-config dbus-daemon util-linux "$@"
 }
 
+# A browser, which some have from elsewhere.
+need_chromium() { command -v chromium >/dev/null || need chromium; }
+
 # show_progress LOG: how far ninja is by its log, over and over in one line of a terminal.
 show_progress() {
   while sleep 0.5; do
