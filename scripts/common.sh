@@ -9,6 +9,17 @@ die() {
   exit 1
 }
 
+# as_root COMMAND...: runs it as root, where that can be had.
+as_root() {
+  if [ "$(id -u)" = 0 ]; then
+    "$@"
+  elif command -v sudo >/dev/null && { sudo -n true 2>/dev/null || [ -t 0 ]; }; then
+    sudo "$@"
+  else
+    return 126
+  fi
+}
+
 # need PACKAGE...: installs those of the Debian packages that are missing; PACKAGE:ARCHITECTURE is one
 # for another machine.
 need() {
@@ -23,20 +34,16 @@ need() {
 
   if ! command -v apt-get >/dev/null; then
     die "these programs and libraries are missing, and there is no apt-get to install them:$missing"
-  elif [ "$(id -u)" = 0 ]; then
-    as_root=
-  elif command -v sudo >/dev/null && { sudo -n true 2>/dev/null || [ -t 0 ]; }; then
-    as_root=sudo
-  else
+  elif ! as_root true; then
     die "these packages are missing; install them, or run this as root or where sudo works:$missing"
   fi
   echo "Installing:$missing"
   for architecture in $(printf '%s\n' "$@" | sed -n 's/.*://p' | sort -u); do
-    $as_root dpkg --add-architecture "$architecture"
+    as_root dpkg --add-architecture "$architecture"
   done
   # shellcheck disable=SC2086 # lists of words
-  if ! { $as_root apt-get update -qq &&
-    $as_root env DEBIAN_FRONTEND=noninteractive apt-get install -qq -y --no-install-recommends \
+  if ! { as_root apt-get update -qq &&
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -qq -y --no-install-recommends \
       $missing; } >"${TMPDIR:-/tmp}/tavrisk-install.$$" 2>&1; then
     cat "${TMPDIR:-/tmp}/tavrisk-install.$$" >&2
     die "installing failed:$missing"
@@ -51,6 +58,20 @@ libraries() { printf "%s$1 " libjsoncpp-dev libsqlite3-dev libssl-dev libsystemd
 need_build() {
   # shellcheck disable=SC2046 # names of packages
   need g++ $(libraries '') meson ninja-build pkg-config dbus-daemon util-linux "$@"
+}
+
+# Prometheus' programs, below build/prometheus: installed, their packages would start services.
+need_prometheus() {
+  [ ! -x "$root/build/prometheus/usr/bin/prometheus-node-exporter" ] || return 0
+  need apt
+  mkdir -p "$root/build/prometheus"
+  (
+    cd "$root/build/prometheus" || exit
+    rm -f -- *.deb
+    apt-get download -qq prometheus prometheus-node-exporter 2>/dev/null ||
+      { as_root apt-get update -qq && apt-get download -qq prometheus prometheus-node-exporter; }
+    for package in *.deb; do dpkg -x "$package" .; done
+  ) || die "promtool and prometheus-node-exporter were not to be had"
 }
 
 # A browser, which some have from elsewhere.

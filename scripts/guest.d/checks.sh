@@ -148,6 +148,21 @@ counts_a_lost_event() {
 }
 tells_of_a_lost_event() { tavriskctl status | grep -q '^  refused by the event log  1$'; }
 
+# The timer is not enabled until somebody wants the figures, and the unit is as strict as it is written.
+writes_figures() {
+  figures=/var/lib/prometheus/node-exporter
+  systemctl -q is-enabled tavrisk-metrics.timer && return 1
+  mkdir -p "$figures" && systemctl start tavrisk-metrics.service &&
+    systemctl enable -q --now tavrisk-metrics.timer && systemctl -q is-active tavrisk-metrics.timer &&
+    grep -qx 'tavrisk_up 1' "$figures/tavrisk.prom" &&
+    grep -qx 'tavrisk_zel_readable 1' "$figures/tavrisk-zel.prom" || return 1
+  systemctl -q disable --now tavrisk-metrics.timer
+  stat -c '%A %n' "$figures"/* | tr '\n' ' '
+  systemd-analyze security --no-pager tavrisk-metrics.service | sed -n 's/.*Overall exposure level[^:]*: //p'
+  systemd-analyze verify tavrisk-metrics.timer 2>&1 | grep . && return 1
+  [ "$(find "$figures" -type f | wc -l)" = 2 ]
+}
+
 # Who may what
 
 shows_itself_to_all() {
@@ -368,6 +383,7 @@ check "The retention program keeps the tree in limits" polices_the_tree
 check "A full tree is refused, and the daemon lives" is_full_and_lives
 check "Its lines are in the journal" writes_to_the_journal
 check "A lost event is counted from the journal" counts_a_lost_event
+check "Figures for Prometheus are written when wanted" writes_figures
 check "Everyone may look" shows_itself_to_all
 check "Log: refused outside the group" refuses outsider log events/event6-above-upper-critical.json
 check "Save: refused outside the group" refuses outsider save x README.md

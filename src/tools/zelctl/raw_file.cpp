@@ -96,13 +96,13 @@ std::string RawPlace::forEachFile(const std::function<void(const fs::path&, seco
                : "";
 }
 
-std::optional<Bytes> readRawFile(const fs::path& path) {
-    const RegularFile file{path.string()};
-    if (!file.problem().empty() || file.status().st_size > largestRecord) {
+std::optional<Bytes> readRawFile(const fs::path& file) {
+    const RegularFile opened{file.string()};
+    if (!opened.problem().empty() || opened.status().st_size > largestRecord) {
         return {};
     }
-    Bytes bytes(static_cast<std::size_t>(file.status().st_size));
-    bytes.resize(file.read({reinterpret_cast<char*>(bytes.data()), bytes.size()}));
+    Bytes bytes(static_cast<std::size_t>(opened.status().st_size));
+    bytes.resize(opened.read({reinterpret_cast<char*>(bytes.data()), bytes.size()}));
     return bytes;
 }
 

@@ -57,6 +57,7 @@ FILES:${PN}-platform = " \
     ${bindir}/zelctl \
     ${datadir}/tavrisk/zelctl.schema.json \
     ${libexecdir}/tavrisk-retention \
+    ${systemd_system_unitdir}/tavrisk-metrics.service.d \
     ${nonarch_libdir}/tmpfiles.d/tavrisk-embedded.conf \
     /app \
 "
@@ -65,6 +66,8 @@ INSANE_SKIP:${PN}-platform = "dev-so"
 
 FILES:${PN} += " \
     ${systemd_system_unitdir}/run-hmc.mount \
+    ${systemd_system_unitdir}/tavrisk-metrics.service \
+    ${systemd_system_unitdir}/tavrisk-metrics.timer \
     ${datadir}/dbus-1 \
     ${datadir}/licenses \
     ${datadir}/tavrisk \
