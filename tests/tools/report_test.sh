@@ -21,7 +21,7 @@ echo 'old' >/run/page.html
 zelctl report -o /run/page.html || exit 1
 xmllint --noout /run/page.html || exit 1
 grep -q "&lt;/details&gt;&lt;/pre&gt;&lt;script&gt;document.title=&#39;x&#39;&lt;/script&gt;" /run/page.html || exit 1
-grep -q 'a\\u{ffff}b' /run/page.html && grep -q '\\u{202e}evil' /run/page.html && grep -q 'SHA-512 [0-9a-f]\{128\}' /run/page.html || exit 1
+grep -q 'a\\u{ffff}b' /run/page.html && grep -q '\\u{202e}evil' /run/page.html && grep -q 'SHA-512</th><td>[0-9a-f]\{128\}<' /run/page.html || exit 1
 ! grep -iE '<(script|img|link|iframe|object)|<[^>]*(src|href|onerror)=' /run/page.html || exit 1
 # A page that could not be finished leaves what was there, and nothing beside it.
 echo 'old' >/run/page.html
