@@ -203,7 +203,8 @@ std::set<std::string> putEntries(Html& html, const LogReader& reader, const Filt
     Entries entries{html};
     html << "<h2>Entries, newest first</h2>\n<p>" << countsText(overview.counts) << ".";
     if (most < overview.matching) {
-        html << " " << std::to_string(overview.matching - most) << " older ones are not shown.";
+        html << " " << countText(overview.matching - most, "older one is", "older ones are")
+             << " not shown.";
     }
     html << "</p>\n";
     reader.forEach(filter, false, [&](const LogEntry& entry) {
