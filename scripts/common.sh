@@ -74,6 +74,9 @@ need_prometheus() {
   ) || die "promtool and prometheus-node-exporter were not to be had"
 }
 
+# A browser, which some have from elsewhere.
+need_chromium() { command -v chromium >/dev/null || need chromium; }
+
 # show_progress LOG: how far ninja is by its log, over and over in one line of a terminal.
 show_progress() {
   while sleep 0.5; do

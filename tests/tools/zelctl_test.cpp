@@ -233,6 +233,38 @@ TEST_F(Zelctl, ReadsALogOfManyPages) {
                 HasSubstr("1 of the entries 4 to 120"));
 }
 
+TEST_F(Zelctl, ReportsWhenOnARoundScale) {
+    add("1970-01-01T00:00:12.000Z", "HMC0001", 1, "GPU0"); // of a clock that was not set
+    struct Case {
+        std::string arguments;
+        std::vector<std::string> page;
+    };
+    const std::vector<Case> cases{
+        {"",
+         {"Each bar is of 3 hours", "<span>2</span><span>1</span><span>0</span>",
+          "<span>2025-01-01 09:00</span><span>2025-01-02 21:00</span><span>2025-01-04 12:00</span>",
+          R"(<rect class="critical" fill="currentColor" x="0.40%" width="3.20%" y="50.00%" h)",
+          R"--(<rect class="warning" fill="url(#hatched)" x="32.40%" width="3.20%" y="0.00%" h)--",
+          R"(<title>2025-01-04 09:00: 1 other</title>)",
+          "Not in the picture: 1 entry of a time when the clock was not set",
+          "CRITICAL: 2 critical entries not acknowledged, the last #6"}},
+        {"--id HMC0001", {"Each bar is of 1 minute", "<span>2025-01-01 10:12</span>"}},
+        {"--severity warning -n 1",
+         {"1 older one is not shown", "2025-01-02 10:00: 2 warning",
+          "<td>GPU10</td><td>1 warning"}},
+        {"--since 2025-01-02",
+         {"Each bar is of 1 hour", "Entries of a time when the clock was not set, before 2020, are "
+                                   "not looked for"}},
+    };
+    for (const auto& [arguments, page] : cases) {
+        const auto output = outputOf("report -o - " + arguments);
+        for (const auto& text : page) {
+            EXPECT_THAT(output, HasSubstr(text)) << arguments;
+        }
+    }
+    EXPECT_THAT(outputOf("report -o -", "TZ=XXX-5:45"), HasSubstr("<span>2025-01-01 15:00</span>"));
+}
+
 TEST_F(Zelctl, WrapsAMessageWithoutLosingACharacter) {
     std::string device;
     for (int word = 100; word < 122; ++word) {

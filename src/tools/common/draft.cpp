@@ -73,6 +73,10 @@ void Draft::write(std::string_view bytes) {
     }
 }
 
+int Draft::descriptor() const {
+    return file_ < 0 ? STDOUT_FILENO : file_;
+}
+
 void Draft::finish() {
     if (file_ < 0) {
         return;

@@ -22,6 +22,9 @@ public:
     void write(std::string_view bytes);
     void finish();
 
+    /** For a program that writes the bytes in our place. */
+    [[nodiscard]] int descriptor() const;
+
 private:
     std::string path_;
     mode_t mode_;

@@ -4,6 +4,7 @@
 #include "tools/zelctl/beside.hpp"
 #include "tools/zelctl/commands.hpp"
 #include "tools/zelctl/completeness.hpp"
+#include "tools/zelctl/condition.hpp"
 #include "tools/zelctl/entry_text.hpp"
 #include "tools/zelctl/form.hpp"
 
@@ -13,24 +14,10 @@
 namespace tavrisk::tools {
 namespace {
 
-/** What monitors know by these numbers, which are the exit status. */
-enum class Level { ok, warning, critical, unknown };
-
 const char* wordOf(Level level) {
     constexpr std::array words{"ok", "warning", "critical", "unknown"};
     return words.at(static_cast<std::size_t>(level));
 }
-
-struct Condition {
-    Level level = Level::ok;
-    std::vector<std::string> problems; // the worst first
-    std::int64_t entries = 0;
-
-    void add(Level worse, const std::string& problem) {
-        problems.insert(worse > level ? problems.begin() : problems.end(), problem);
-        level = std::max(level, worse);
-    }
-};
 
 using Since = std::optional<std::string>;
 
@@ -113,7 +100,13 @@ void look(Condition& condition, const Log& log, const Since& since) {
     }
 }
 
-/** What keeps a monitor from knowing is a finding, too. */
+} // namespace
+
+void Condition::add(Level worse, const std::string& problem) {
+    problems.insert(worse > level ? problems.begin() : problems.end(), problem);
+    level = std::max(level, worse);
+}
+
 Condition conditionOf(const Log& log, const Arguments& arguments) {
     Condition condition;
     try {
@@ -141,7 +134,14 @@ std::string textOf(const Condition& condition) {
                                       : text;
 }
 
-} // namespace
+Json::Value toJson(const Condition& condition, const std::string& path) {
+    Json::Value object;
+    object["status"] = wordOf(condition.level);
+    object["database"] = path;
+    object["entries"] = Json::Int64{condition.entries};
+    object["problems"] = toJson(condition.problems);
+    return object;
+}
 
 Exit check(const Log& log, const Arguments& arguments) {
     const auto form = formOf(arguments);
@@ -149,12 +149,7 @@ Exit check(const Log& log, const Arguments& arguments) {
     if (form == Form::text) {
         putLine(textOf(condition));
     } else {
-        Json::Value object;
-        object["status"] = wordOf(condition.level);
-        object["database"] = log.path();
-        object["entries"] = Json::Int64{condition.entries};
-        object["problems"] = tools::toJson(condition.problems);
-        Records{form}.put(object);
+        Records{form}.put(toJson(condition, log.path()));
     }
     return static_cast<Exit>(condition.level);
 }

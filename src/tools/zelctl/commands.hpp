@@ -4,6 +4,8 @@
 #include "tools/common/command_line.hpp"
 #include "tools/zelctl/log.hpp"
 
+#include <json/value.h>
+
 namespace tavrisk::tools {
 
 // One function per command. What keeps it from being done is raised: a Failure, or what the reader
@@ -15,6 +17,8 @@ Exit list(const Log& log, const Arguments& arguments);
 Exit follow(const Log& log, const Arguments& arguments);
 Exit show(const Log& log, const Arguments& arguments);
 Exit stats(const Log& log, const Arguments& arguments);
+/** What that prints as JSON, with the parts. */
+Json::Value statisticsOf(const Log& log, const Arguments& arguments);
 /** Of a damaged log the findings are what it prints, and the status is Exit::failed. */
 Exit verify(const Log& log, const Arguments& arguments);
 Exit clear(const Log& log, const Arguments& arguments);
@@ -24,7 +28,7 @@ Exit check(const Log& log, const Arguments& arguments);
 /** For Prometheus. Of a log that cannot be read it writes that, and raises why. */
 Exit metrics(const Log& log, const Arguments& arguments);
 Exit backup(const Log& log, const Arguments& arguments);
-/** Writes a page of HTML, whole or not at all. */
+/** Writes a page of HTML, a bundle with it, or both, each whole or not at all. */
 Exit report(const Log& log, const Arguments& arguments);
 Exit recover(const Log& log, const Arguments& arguments);
 

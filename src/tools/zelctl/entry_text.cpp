@@ -103,6 +103,16 @@ bool isOfUnsetClock(const LogEntry& entry) {
     return entry.time < firstPlausibleTime;
 }
 
+std::string bootText(const LogEntry& entry) {
+    if (!entry.sinceBoot) {
+        return "";
+    }
+    std::array<char, 48> text{};
+    std::snprintf(text.data(), text.size(), "%.3f s after boot ",
+                  std::chrono::duration<double>{*entry.sinceBoot}.count());
+    return text.data() + entry.bootId;
+}
+
 std::string countText(std::int64_t count, const std::string& one, const std::string& many) {
     return std::to_string(count) + " " + (count == 1 ? one : many);
 }

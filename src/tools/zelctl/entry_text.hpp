@@ -27,6 +27,10 @@ bool isOfUnsetClock(const LogEntry& entry);
 /** Times of the log from this one on are of a clock that was set. */
 inline constexpr auto firstPlausibleTime = "2020-01-01T00:00:00.000Z";
 
+/** How long after which boot it was made: "12.345 s after boot ID"; empty when that is not known.
+ */
+std::string bootText(const LogEntry& entry);
+
 /** "3 entries", "1 entry". */
 std::string countText(std::int64_t count, const std::string& one, const std::string& many);
 

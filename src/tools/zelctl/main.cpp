@@ -69,11 +69,15 @@ constexpr std::array commands{
     CommandRow{"show", "SEQ", 1, 1, "json output no-pager db",
                "show one entry whole, and the file it came from", "SEQ is its sequence number.\n",
                on<show, Paged::yes>},
-    CommandRow{"report", "", 0, 0,
-               "since until severity id not-id device not-device grep after boot open limit to "
-               "no-pager db",
-               "write one page to attach to a ticket",
-               "Shows the newest 2,000 entries, or as many as --limit says.\n", on<report>},
+    CommandRow{
+        "report", "", 0, 0,
+        "since until severity id not-id device not-device grep after boot open limit to "
+        "bundle no-pager db",
+        "write one page to attach to a ticket, or a bundle",
+        "Shows the newest 2,000 entries, or as many as --limit says. A bundle has the page,\n"
+        "entries and health as JSON, the raw files of what the page shows, and the debug\n"
+        "log.\n",
+        on<report>},
     CommandRow{"ack", "[SEQ...]", 0, SIZE_MAX, "note losses json output db",
                "note that somebody has seen to entries", "SEQ are their sequence numbers.\n",
                on<ack>},
@@ -130,6 +134,7 @@ constexpr std::array options{
     OptionRow{"note", 0, "TEXT", "for ack: what else there is to say"},
     OptionRow{"losses", 0, nullptr, "for ack: the events that were lost so far"},
     OptionRow{"to", 'o', "FILE", "where report and metrics go: replaced at once and whole"},
+    OptionRow{"bundle", 0, "FILE", "for report: a .tar.gz of all that belongs to it"},
     OptionRow{"null", 0, nullptr, "for recover: paths alone, with a NUL behind each"},
     OptionRow{"cper", 0, nullptr, "for recover: with --null, of CPERs"},
     OptionRow{"yes", 0, nullptr, "for clear: yes, all of them"},

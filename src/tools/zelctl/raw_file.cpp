@@ -4,6 +4,7 @@
 #include "contract/places.hpp"
 #include "records/catalogue.hpp"
 #include "records/cper_parser.hpp"
+#include "tools/common/regular_file.hpp"
 #include "tools/zelctl/time_text.hpp"
 #include "zel/json_text.hpp"
 
@@ -15,8 +16,6 @@
 #include <charconv>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <optional>
 #include <tuple>
 #include <utility>
@@ -29,6 +28,9 @@ using std::chrono::seconds;
 
 // A submission may have waited for the database.
 constexpr seconds longestDelay{60};
+
+// D-Bus carries no larger one: what is larger is no record, and not read into memory.
+constexpr std::int64_t largestRecord = std::int64_t{64} << 20U;
 
 using Bytes = std::vector<std::uint8_t>;
 
@@ -47,8 +49,8 @@ std::optional<std::int64_t> secondsInName(const fs::path& file) {
 /** A CPER's file has the record's own time in its name, which may be any. */
 std::optional<std::int64_t> secondsOfWriting(const fs::path& file) {
     struct stat status {};
-    return stat(file.c_str(), &status) == 0 ? std::optional{std::int64_t{status.st_mtime}}
-                                            : std::nullopt;
+    return lstat(file.c_str(), &status) == 0 ? std::optional{std::int64_t{status.st_mtime}}
+                                             : std::nullopt;
 }
 
 std::optional<Bytes> asItIs(const Bytes& raw) {
@@ -85,7 +87,7 @@ std::string RawPlace::forEachFile(const std::function<void(const fs::path&, seco
     for (const auto& file : fs::directory_iterator{directory, error}) {
         std::error_code gone;
         const auto kept = secondsOf(file.path());
-        if (kept && file.is_regular_file(gone)) {
+        if (kept && file.symlink_status(gone).type() == fs::file_type::regular) {
             take(file.path(), seconds{*kept});
         }
     }
@@ -95,11 +97,13 @@ std::string RawPlace::forEachFile(const std::function<void(const fs::path&, seco
 }
 
 std::optional<Bytes> readRawFile(const fs::path& file) {
-    std::ifstream stream{file, std::ios::binary};
-    if (!stream) {
+    const RegularFile opened{file.string()};
+    if (!opened.problem().empty() || opened.status().st_size > largestRecord) {
         return {};
     }
-    return Bytes{std::istreambuf_iterator{stream}, {}};
+    Bytes bytes(static_cast<std::size_t>(opened.status().st_size));
+    bytes.resize(opened.read({reinterpret_cast<char*>(bytes.data()), bytes.size()}));
+    return bytes;
 }
 
 std::optional<Verdict> RawPlace::classify(const Bytes& raw) const {

@@ -55,7 +55,9 @@ struct RawFiles {
     [[nodiscard]] bool isGuess() const { return delay > std::chrono::seconds{1}; }
 };
 
-/** A raw file's bytes; nothing when it cannot be read. */
+/** A raw file's bytes; nothing when it cannot be read, is no regular file or larger than any
+ * record.
+ */
 std::optional<std::vector<std::uint8_t>> readRawFile(const std::filesystem::path& file);
 
 /** Whether a file is kept where CPERs are. */

@@ -5,8 +5,6 @@
 #include "tools/zelctl/raw_file.hpp"
 #include "tools/zelctl/time_text.hpp"
 
-#include <array>
-#include <cstdio>
 #include <sstream>
 #include <tuple>
 
@@ -27,10 +25,7 @@ void add(std::vector<Fact>& facts, const Style& style, std::string label, const 
 
 void addOrigin(std::vector<Fact>& facts, const Style& style, const LogEntry& entry) {
     if (entry.sinceBoot) {
-        const auto seconds = std::chrono::duration<double>{*entry.sinceBoot}.count();
-        std::array<char, 48> text{};
-        std::snprintf(text.data(), text.size(), "%.3f s after boot ", seconds);
-        facts.push_back({"  Boot", text.data() + harmless(entry.bootId)});
+        facts.push_back({"  Boot", harmless(bootText(entry))});
     }
     if (isOfUnsetClock(entry)) {
         facts.push_back({" ", "(the clock was not set)"});

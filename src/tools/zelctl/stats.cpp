@@ -5,6 +5,7 @@
 #include "tools/zelctl/commands.hpp"
 #include "tools/zelctl/entry_text.hpp"
 #include "tools/zelctl/form.hpp"
+#include "tools/zelctl/period.hpp"
 #include "tools/zelctl/raw_file.hpp"
 #include "tools/zelctl/time_text.hpp"
 
@@ -209,28 +210,6 @@ std::string deviceLabel(const std::string& device) {
     return device.empty() ? "(without a name)" : harmless(device);
 }
 
-/** The shortest round period of which fewer than `rows` make up `span`. */
-std::chrono::seconds barPeriod(std::chrono::milliseconds span, int rows) {
-    using namespace std::chrono;
-    for (const auto period : {seconds{minutes{1}}, seconds{minutes{10}}, seconds{hours{1}},
-                              seconds{hours{3}}, seconds{hours{12}}, seconds{days{1}},
-                              seconds{weeks{1}}, seconds{days{30}}, seconds{days{365}}}) {
-        if (span / period < rows) {
-            return period;
-        }
-    }
-    return ceil<seconds>(span / rows);
-}
-
-/** The last round reading of the clock up to this one; weeks begin on Mondays. */
-TimePoint roundDown(TimePoint reading, std::chrono::seconds period) {
-    using namespace std::chrono;
-    const TimePoint aMonday = sys_days{1970y / January / 5};
-    const auto origin = period == weeks{1} ? aMonday : TimePoint{};
-    const auto beyond = (reading - origin) % period;
-    return reading - (beyond.count() < 0 ? beyond + period : beyond);
-}
-
 /** Takes off the times of a clock that was not set yet: they would make all others one bar. */
 std::int64_t takeOffUnsetClock(std::vector<TimePoint>& readings) {
     using namespace std::chrono;
@@ -253,7 +232,7 @@ void putChart(const std::vector<TimePoint>& times, const Style& style) {
     std::transform(times.begin(), times.end(), readings.begin(), clockReading);
     std::sort(readings.begin(), readings.end());
     const auto unset = takeOffUnsetClock(readings);
-    const auto period = barPeriod(readings.back() - readings.front(), mostRows);
+    const auto period = roundPeriod(readings.back() - readings.front(), mostRows);
     const auto start = roundDown(readings.front(), period);
     std::vector<std::int64_t> bars;
     for (const auto reading : readings) {
@@ -303,6 +282,11 @@ void putText(const std::vector<Fact>& health, const Statistics& statistics, cons
 }
 
 } // namespace
+
+Json::Value statisticsOf(const Log& log, const Arguments& arguments) {
+    const auto statistics = collect(log.path(), log.open(), filterOf(arguments), true);
+    return toJson(statistics, tools::toJson(healthFacts(log.path(), statistics)));
+}
 
 Exit stats(const Log& log, const Arguments& arguments) {
     const auto statistics =

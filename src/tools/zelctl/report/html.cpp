@@ -47,7 +47,12 @@ std::string withoutNonCharacters(std::string text) {
 } // namespace
 
 Html& Html::put(const std::string& text) {
-    sink_(escaped(withoutNonCharacters(harmless(text))));
+    return putBytes(escaped(withoutNonCharacters(harmless(text))));
+}
+
+Html& Html::putBytes(std::string_view bytes) {
+    sink_(bytes);
+    size_ += bytes.size();
     return *this;
 }
 
@@ -58,6 +63,19 @@ Html& Html::lines(std::string_view text) {
         text.remove_prefix(std::min(end + 1, text.size()));
     }
     return *this;
+}
+
+std::string beginningOf(std::string_view text, std::size_t most) {
+    if (text.size() <= most) {
+        return std::string{text};
+    }
+    const auto isInCharacter = [&text](std::size_t at) {
+        return (static_cast<unsigned char>(text[at]) & 0xc0U) == 0x80;
+    };
+    while (most > 0 && isInCharacter(most)) {
+        --most;
+    }
+    return std::string{text.substr(0, most)} + " ...";
 }
 
 } // namespace tavrisk::tools

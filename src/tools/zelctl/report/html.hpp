@@ -2,6 +2,7 @@
 #pragma once
 
 #include <concepts>
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -25,10 +26,7 @@ public:
     using Sink = std::function<void(std::string_view)>;
     explicit Html(Sink sink) : sink_{std::move(sink)} {}
 
-    Html& operator<<(Markup markup) {
-        sink_(markup.text());
-        return *this;
-    }
+    Html& operator<<(Markup markup) { return putBytes(markup.text()); }
     /** Escaped, and with what would not be seen, or change how others are, made visible. */
     template <std::same_as<std::string> Text> // A literal is markup.
     Html& operator<<(const Text& text) {
@@ -37,10 +35,18 @@ public:
     /** The same, with its line ends kept. */
     Html& lines(std::string_view text);
 
+    /** How many bytes it has become. */
+    [[nodiscard]] std::size_t size() const { return size_; }
+
 private:
     Html& put(const std::string& text);
+    Html& putBytes(std::string_view bytes);
 
     Sink sink_;
+    std::size_t size_ = 0;
 };
+
+/** The text, or as much of a longer one as `most` bytes have. */
+std::string beginningOf(std::string_view text, std::size_t most);
 
 } // namespace tavrisk::tools

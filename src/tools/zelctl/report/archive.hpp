@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "tools/common/regular_file.hpp"
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace tavrisk::tools {
+
+/** What became of a file in an archive. */
+struct Archived {
+    std::int64_t size = 0;
+    std::string digest; // SHA-512 of what the archive has
+    bool hasChanged = false;
+};
+
+/** A tar archive in the making, in POSIX's form (ustar), with GNU's of long names. */
+class Archive {
+public:
+    using Sink = std::function<void(std::string_view)>;
+    /** All files are put below the directory `top`. */
+    Archive(Sink sink, std::string top);
+
+    /** As many bytes as the file has now: zeros for those that are gone when they are read. */
+    Archived add(const std::string& name, const RegularFile& file);
+    /** Behind the last file. */
+    void finish();
+
+private:
+    void putHeader(char type, const std::string& name, std::int64_t size, std::int64_t time);
+    void putName(const std::string& name);
+    void fillBlock(std::int64_t size);
+
+    Sink sink_;
+    std::string top_;
+};
+
+} // namespace tavrisk::tools

@@ -1,0 +1,179 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/zelctl/report/bundle.hpp"
+
+#include "contract/places.hpp"
+#include "platform/config.hpp"
+#include "tools/common/output.hpp"
+#include "tools/zelctl/commands.hpp"
+#include "tools/zelctl/condition.hpp"
+#include "tools/zelctl/entry_text.hpp"
+#include "tools/zelctl/report/archive.hpp"
+#include "tools/zelctl/report/gzip.hpp"
+#include "tools/zelctl/time_text.hpp"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+
+namespace tavrisk::tools {
+namespace {
+
+bool isPlain(char c) {
+    constexpr std::string_view others{"-_."};
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+           others.find(c) != std::string_view::npos;
+}
+
+/** Whether any machine can have a file of that name, and no program takes it for something else. */
+bool isHarmlessName(std::string_view name) {
+    constexpr std::size_t longest = 200;
+    return !name.empty() && name.size() <= longest && name.front() != '.' && name.front() != '-' &&
+           std::all_of(name.begin(), name.end(), isPlain);
+}
+
+std::string hostName() {
+    std::array<char, 65> name{};
+    gethostname(name.data(), name.size() - 1);
+    std::string host{name.data()};
+    std::replace_if(
+        host.begin(), host.end(), [](char c) { return !isPlain(c); }, '_');
+    return host;
+}
+
+/** "tavrisk-HOST-20250131T235959Z": UTC, so that those of several machines stay in order. */
+std::string topName() {
+    const auto time = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+    tm utc{};
+    gmtime_r(&time, &utc);
+    std::array<char, 32> text{};
+    return "tavrisk-" + hostName() + "-" +
+           std::string(text.data(),
+                       std::strftime(text.data(), text.size(), "%Y%m%dT%H%M%SZ", &utc));
+}
+
+class Bundle {
+public:
+    explicit Bundle(const Target& target)
+        : target_{target},
+          gzip_{target.descriptor},
+          archive_{[this](std::string_view bytes) { gzip_.write(bytes); }, topName()} {}
+
+    void add(const std::string& name, Spool& bytes) { add(name, RegularFile{bytes.reopen()}, ""); }
+
+    void add(const std::string& name, const std::string& text) {
+        Spool spool{target_.path};
+        spool.write(text);
+        add(name, spool);
+    }
+
+    void addEntries(const Log& log, const Arguments& arguments, std::int64_t newest) {
+        Spool spool{target_.path};
+        if (const auto reader = log.open()) {
+            auto filter = filterOf(arguments);
+            resolveBoot(filter, *reader);
+            auto left = limitOf(arguments).value_or(INT64_MAX);
+            reader->forEach(filter, false, [&](const LogEntry& entry) {
+                if (entry.sequence <= newest) {
+                    spool.write(jsonLine(toJson(entry)) + "\n");
+                    --left;
+                }
+                return left > 0;
+            });
+        }
+        add("entries.json", spool);
+    }
+
+    /** As a file of that name, or of another where the name would do harm. */
+    void addRawFile(const std::string& path) {
+        const auto slash = path.rfind('/') + 1;
+        auto name = path.substr(slash);
+        if (!isHarmlessName(name)) {
+            name = "renamed-" + std::to_string(++renamed_);
+        }
+        addFile(placeOf(path.substr(0, slash)) + name, path);
+    }
+
+    /** Or notes why it could not be read. */
+    void addFile(const std::string& name, const std::string& path) {
+        const RegularFile file{path};
+        if (file.problem().empty()) {
+            add(name, file, path);
+        } else {
+            Json::Value row;
+            row["from"] = path;
+            row["problem"] = file.problem();
+            leftOut_.append(row);
+        }
+    }
+
+    /** The list of all files, and that in the form of sha512sum. */
+    void finish() {
+        Json::Value manifest;
+        manifest["files"] = files_;
+        manifest["leftOut"] = leftOut_;
+        add("manifest.json", jsonLine(manifest) + "\n");
+        add("SHA512SUMS", sums_);
+        archive_.finish();
+        gzip_.finish();
+    }
+
+private:
+    static std::string placeOf(const std::string& directory) {
+        const bool isCache = directory.starts_with(dataRoot);
+        return std::string{isCache ? "raw/cache/" : "raw/store/"} +
+               (directory.ends_with(rawCperDirectory) ? rawCperDirectory : "");
+    }
+
+    void add(const std::string& name, const RegularFile& file, const std::string& from) {
+        const auto archived = archive_.add(name, file);
+        Json::Value row;
+        row["name"] = name;
+        row["size"] = Json::Int64{archived.size};
+        row["sha512"] = archived.digest;
+        if (!from.empty()) {
+            row["from"] = from;
+            row["changedWhileRead"] = archived.hasChanged;
+        }
+        files_.append(row);
+        sums_ += archived.digest + "  " + name + "\n";
+    }
+
+    Target target_;
+    Gzip gzip_;
+    Archive archive_;
+    Json::Value files_{Json::arrayValue};
+    Json::Value leftOut_{Json::arrayValue};
+    std::string sums_;
+    std::int64_t renamed_ = 0;
+};
+
+std::string healthText(const Log& log, const Arguments& arguments) {
+    Json::Value health;
+    health["check"] = toJson(conditionOf(log, {}), log.path());
+    health["stats"] = statisticsOf(log, arguments);
+    return jsonLine(health) + "\n";
+}
+
+} // namespace
+
+void pack(const Target& target, Spool& page, const Shown& shown, const Log& log,
+          const Arguments& arguments) {
+    flushOutput(); // It may be where the bundle goes.
+    Bundle bundle{target};
+    bundle.add("report.html", page);
+    bundle.addEntries(log, arguments, shown.newest);
+    bundle.add("health.json", healthText(log, arguments));
+    for (const auto& path : shown.rawFiles) {
+        bundle.addRawFile(path);
+    }
+    const std::string debugLog{platform::debugLogPath};
+    for (const std::string rotated : {"", ".1"}) {
+        if (access((debugLog + rotated).c_str(), F_OK) == 0) {
+            bundle.addFile("debug.log" + rotated, debugLog + rotated);
+        }
+    }
+    bundle.finish();
+}
+
+} // namespace tavrisk::tools

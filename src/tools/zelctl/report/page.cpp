@@ -1,0 +1,254 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/zelctl/report/page.hpp"
+
+#include "platform/config.hpp"
+#include "tools/common/output.hpp"
+#include "tools/zelctl/beside.hpp"
+#include "tools/zelctl/completeness.hpp"
+#include "tools/zelctl/condition.hpp"
+#include "tools/zelctl/entry_text.hpp"
+#include "tools/zelctl/raw_file.hpp"
+#include "tools/zelctl/report/entries.hpp"
+#include "tools/zelctl/report/timeline.hpp"
+#include "tools/zelctl/time_text.hpp"
+
+#include <sys/utsname.h>
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <map>
+#include <set>
+#include <utility>
+#include <vector>
+
+namespace tavrisk::tools {
+namespace {
+
+constexpr std::int64_t mostEntries = 2000;
+constexpr std::size_t mostParts = 20;
+
+struct Part {
+    SeverityCounts counts{};
+    std::string last;
+};
+
+struct Overview {
+    std::int64_t matching = 0;
+    std::int64_t newest = 0; // what comes later is not in this report
+    SeverityCounts counts{};
+    std::map<std::string, Part> parts;
+    std::vector<std::pair<TimePoint, Severity>> times;
+    std::int64_t ofUnsetClock = 0;
+};
+
+Overview overviewOf(const LogReader& reader, const Filter& filter, RawFileIndex& index) {
+    Overview overview;
+    overview.newest = reader.highest();
+    reader.forEach(filter, true, [&overview, &index](const LogEntry& entry) {
+        if (entry.sequence > overview.newest) {
+            return false;
+        }
+        const auto severity = placeOf(entry.severity());
+        ++overview.matching;
+        ++overview.counts.at(severity);
+        auto& part = overview.parts[partOf(entry, index.find(entry))];
+        ++part.counts.at(severity);
+        part.last = entry.time;
+        const auto time = fromLogTime(entry.time);
+        if (time && !isOfUnsetClock(entry)) {
+            overview.times.emplace_back(*time, entry.severity());
+        } else {
+            ++overview.ofUnsetClock;
+        }
+        return true;
+    });
+    return overview;
+}
+
+constexpr Markup head =
+    R"(<!DOCTYPE html>
+<html xmlns="http://www.w3.org/1999/xhtml" lang="en"><head><meta charset="utf-8"/>
+<meta http-equiv="Content-Security-Policy" content="default-src 'none'; style-src 'unsafe-inline'; base-uri 'none'; form-action 'none'"/>
+<meta name="viewport" content="width=device-width, initial-scale=1"/>
+<meta name="color-scheme" content="light dark"/><title>Event log report</title><style>
+:root{color-scheme:light dark;--line:#bbb;--back:#f3f4f6;--critical:#b3261e;--warning:#8a5000;--other:#5f6b7a}
+@media (prefers-color-scheme:dark){:root{--line:#555;--back:#22262b;--critical:#ff8a80;--warning:#ffb74d;--other:#a9b4c2}}
+body{font:16px/1.45 system-ui,sans-serif;max-width:60rem;margin:0 auto;padding:1rem;overflow-wrap:anywhere}
+h1{font-size:1.6rem;line-height:1.2}h2{font-size:1.2rem;margin:2rem 0 .5rem}
+table{border-collapse:collapse;width:100%}th,td{text-align:left;vertical-align:top;padding:.2rem .6rem .2rem 0;border-bottom:1px solid var(--line)}
+table:not(.facts) td:not(:first-child){overflow-wrap:normal}table:not(.facts) td:last-child{white-space:nowrap}table.facts th{width:9rem;font-weight:600}
+details{border-bottom:1px solid var(--line)}details[open]{padding-bottom:1rem}summary{padding:.4rem 0;cursor:pointer}
+pre{white-space:pre-wrap;font-size:.8rem;background:var(--back);padding:.5rem .7rem;margin:.5rem 0}
+.critical{color:var(--critical)}.warning{color:var(--warning)}.other{color:var(--other)}
+b.critical,b.warning,b.other{text-transform:uppercase;font-size:.8rem}
+.verdict{font-weight:600;border-left:.3rem solid;padding:.3rem .7rem}
+.chart{display:grid;grid-template-columns:auto 1fr;gap:.6rem .5rem;font-size:.8rem}
+.scale{display:flex;flex-direction:column;justify-content:space-between;text-align:right;line-height:0}
+.chart svg{width:100%;height:10rem;border-bottom:1px solid}line{stroke:var(--line)}.key{width:.9rem;height:.9rem;vertical-align:-.1rem}
+.ends{display:flex;justify-content:space-between;gap:1rem}.ends span:nth-child(2){text-align:center}.ends span:last-child{text-align:right}
+@media print{body{max-width:none;font-size:10pt}h2,summary{break-after:avoid}.chart{break-inside:avoid}details::details-content{content-visibility:visible;display:block}}
+</style></head><body>
+)";
+
+std::string firstLine(const char* path) {
+    std::string line;
+    std::getline(std::ifstream{path}, line, '\n');
+    return line.substr(0, line.find('\0'));
+}
+
+/** What the firmware calls the machine: of a PC's, or of a device tree's. */
+std::string product() {
+    const auto name = firstLine("/sys/class/dmi/id/product_name");
+    return name.empty() ? firstLine("/sys/firmware/devicetree/base/model") : name;
+}
+
+void putMachine(Html& html) {
+    utsname names{};
+    uname(&names);
+    html << "<h1>Event log of " << std::string{names.nodename} << "</h1>\n<table class=\"facts\">";
+    if (const auto name = product(); !name.empty()) {
+        putFact(html, "Product", name);
+    }
+    putFact(html, "Kernel", std::string{names.sysname} + " " + names.release + " " + names.machine);
+    putFact(html, "Report by", "zelctl " TAVRISK_VERSION);
+    putFact(html, "Made at", localTime(now(), "%F %T %z"));
+    html << "</table>\n";
+}
+
+std::string positionText(const zel::Position& position) {
+    return position.sequence == 0
+               ? "none"
+               : "#" + std::to_string(position.sequence) + ", " + localTimeText(position.time);
+}
+
+void putVerdict(Html& html, const Condition& condition) {
+    constexpr std::array<Markup, 4> classes{"other", "warning", "critical", "critical"};
+    html << "<p class=\"verdict " << classes.at(static_cast<std::size_t>(condition.level)) << "\">"
+         << textOf(condition) << "</p>\n";
+}
+
+void putHealth(Html& html, const std::string& path, const Health& health) {
+    const auto beside = lookBeside(path);
+    html << "<table class=\"facts\">";
+    putFact(html, "Database", path + ", schema " + std::to_string(health.schemaVersion));
+    putFact(html, "Entries",
+            std::to_string(health.entries) + " of at most " +
+                std::to_string(platform::zelMaxEntries));
+    putFact(html, "First", positionText(health.first));
+    putFact(html, "Last", positionText(health.last));
+    putFact(html, "Dropped", std::to_string(health.dropped.entries) + " to stay below that");
+    putFact(html, "Lost", lossesText(health.losses));
+    putFact(html, "Waiting",
+            beside.waiting != 0
+                ? countText(beside.waiting, "event", "events") + ", in " + beside.waitingAt
+                : "none");
+    putFact(html, "Salvaged", std::to_string(health.salvaged) + " from a damaged database");
+    putFact(html, "Set aside",
+            countText(static_cast<std::int64_t>(beside.setAside.size()), "damaged database",
+                      "damaged databases"));
+    putFact(html, "Cleared", health.lastClear ? localTimeText(*health.lastClear) : "never");
+    html << "</table>\n";
+}
+
+/** What may be missed in what follows. */
+void putMissed(Html& html, const LogReader& reader, const Filter& filter,
+               const Completeness& completeness) {
+    if (const auto shortfall = completeness.lacksEntries(reader.highest())) {
+        html << "<p>The log may lack entries: " << shortfall->problem << ".</p>\n";
+    }
+    if (const auto dropped = reader.dropped(filter); dropped.entries != 0) {
+        html << "<p>Entries that may belong here were dropped to stay below the cap, up to #"
+             << std::to_string(dropped.last.sequence) << " of " << localTimeText(dropped.last.time)
+             << ".</p>\n";
+    }
+    if (filter.since) {
+        html << "<p>Entries of a time when the clock was not set, before 2020, are not looked "
+                "for.</p>\n";
+    }
+}
+
+void putTimes(Html& html, const Overview& overview) {
+    html << "<h2>Over time</h2>\n";
+    putTimeline(html, overview.times);
+    if (overview.ofUnsetClock != 0) {
+        html << "<p>Not in the picture: " << countText(overview.ofUnsetClock, "entry", "entries")
+             << " of a time when the clock was not set.</p>\n";
+    }
+}
+
+void putParts(Html& html, const Overview& overview) {
+    std::vector<std::pair<std::string, Part>> rows{overview.parts.begin(), overview.parts.end()};
+    std::stable_sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) {
+        return a.second.counts > b.second.counts;
+    });
+    html << "<h2>Most affected parts</h2>\n<table><tr><th>Part</th><th>Entries</th><th>Last</th>"
+            "</tr>\n";
+    for (std::size_t i = 0; i < std::min(rows.size(), mostParts); ++i) {
+        const auto& [device, part] = rows[i];
+        html << "<tr><td>"
+             << (device.empty() ? std::string{"(without a name)"} : beginningOf(device, 200))
+             << "</td><td>" << countsText(part.counts) << "</td><td>" << localTimeText(part.last)
+             << "</td></tr>\n";
+    }
+    html << "</table>\n";
+    if (rows.size() > mostParts) {
+        html << "<p>" << std::to_string(rows.size() - mostParts) << " more are not shown.</p>\n";
+    }
+}
+
+/** Returns the raw files of those shown. */
+std::set<std::string> putEntries(Html& html, const LogReader& reader, const Filter& filter,
+                                 const Overview& overview, RawFileIndex& index, std::int64_t most) {
+    Entries entries{html};
+    html << "<h2>Entries, newest first</h2>\n<p>" << countsText(overview.counts) << ".";
+    if (most < overview.matching) {
+        html << " " << countText(overview.matching - most, "older one is", "older ones are")
+             << " not shown.";
+    }
+    html << "</p>\n";
+    reader.forEach(filter, false, [&](const LogEntry& entry) {
+        if (entry.sequence <= overview.newest) {
+            entries.put(entry, index.find(entry));
+            --most;
+        }
+        return most > 0;
+    });
+    std::set<std::string> paths;
+    for (const auto& [path, shownAt] : entries.rawFiles()) {
+        paths.insert(path);
+    }
+    return paths;
+}
+
+} // namespace
+
+Shown putPage(Html& html, const Log& log, const Arguments& arguments) {
+    Shown shown;
+    auto filter = filterOf(arguments);
+    const Completeness completeness{log.path()}; // before the log is opened
+    const auto reader = log.open();
+    html << head;
+    putMachine(html);
+    html << "<h2>Health of the log</h2>\n";
+    putVerdict(html, conditionOf(log, {}));
+    putHealth(html, log.path(), reader ? reader->health() : Health{});
+    if (reader) {
+        resolveBoot(filter, *reader);
+        if (isFiltered(arguments)) {
+            html << "<p>Only some entries were asked for; what follows is of these.</p>\n";
+        }
+        putMissed(html, *reader, filter, completeness);
+        RawFileIndex index;
+        const auto overview = overviewOf(*reader, filter, index);
+        putTimes(html, overview);
+        putParts(html, overview);
+        shown.newest = overview.newest;
+        shown.rawFiles = putEntries(html, *reader, filter, overview, index,
+                                    limitOf(arguments).value_or(mostEntries));
+    }
+    html << "</body></html>\n";
+    return shown;
+}
+
+} // namespace tavrisk::tools
