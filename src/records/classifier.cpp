@@ -10,10 +10,10 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <new>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace tavrisk {
 namespace {
@@ -23,6 +23,12 @@ constexpr auto logName = "checkRedfishData";
 constexpr std::string_view platformError = "Platform.1.0.PlatformError";
 
 struct MessageRow {
+    consteval MessageRow(std::string_view id, std::int32_t number) : messageId{id}, event{number} {
+        if (id.size() >= JsonName::capacity) {
+            throw std::length_error{"no record's would ever be compared with all of it"};
+        }
+    }
+
     std::string_view messageId;
     std::int32_t event;
 };
@@ -47,58 +53,43 @@ constexpr std::array warningMessages{
 constexpr std::int32_t otherWarningEvent = 2;
 
 template <typename Table>
-std::int32_t lookUp(const Table& table, std::string_view messageId, std::int32_t otherwise) {
+std::int32_t lookUp(const Table& table, const JsonName& messageId, std::int32_t otherwise) {
     const auto row = std::find_if(table.begin(), table.end(), [&](const MessageRow& candidate) {
-        return candidate.messageId == messageId;
+        return messageId == candidate.messageId;
     });
     return row != table.end() ? row->event : otherwise;
 }
 
-/** What `read` returns; a type that jsoncpp refuses is raised again under the member's name. */
-template <typename Read>
-std::string readText(const char* member, Read read) {
-    try {
-        return read();
-    } catch (const Json::LogicError&) {
-        throw std::runtime_error{std::string{"its "} + member + " is of the wrong type"};
-    }
-}
-
-/** The member as text, "" when it is missing; raises for a record that is no object and for a
- *  member that is one, or an array. */
-std::string text(const Json::Value& record, const char* member) {
-    return readText(member, [&] { return record[member].asString(); });
-}
-
 /** Why the record is not to be reported; null for one that is. */
-const char* whyNotReportable(const Json::Value& record) {
-    if (!record.isObject() && !record.isNull()) {
+const char* whyNotReportable(const JsonOutline& record) {
+    if (!record.isRecord()) {
         throw std::runtime_error{"it is no JSON object"};
     }
-    if (text(record, "EventType") != "Event" && text(record, "EntryType") != "Event") {
+    if (record.name(JsonOutline::eventType) != "Event" &&
+        record.name(JsonOutline::entryType) != "Event") {
         return R"(it is no event: neither its EventType nor its EntryType is "Event")";
     }
-    if (text(record, "Severity") == "Critical" || text(record, "Severity") == "Warning" ||
-        text(record, "MessageSeverity") == "Critical" ||
-        text(record, "MessageSeverity") == "Warning") {
-        return nullptr;
+    for (const auto member : {JsonOutline::severity, JsonOutline::messageSeverity}) {
+        const auto severity = record.name(member);
+        if (severity == "Critical" || severity == "Warning") {
+            return nullptr;
+        }
     }
     return R"(neither its Severity nor its MessageSeverity is "Critical" or "Warning")";
 }
 
-bool isCritical(const Json::Value& record) {
-    return text(record, "Severity") == "Critical" || text(record, "MessageSeverity") == "Critical";
+bool isCritical(const JsonOutline& record) {
+    return record.name(JsonOutline::severity) == "Critical" ||
+           record.name(JsonOutline::messageSeverity) == "Critical";
 }
 
-std::string deviceName(const Json::Value& record, std::string_view messageId) {
-    return messageId == platformError
-               ? readText("CPER", [&] { return record["CPER"]["NotificationType"].asString(); })
-               : readText("MessageArgs", [&] { return record["MessageArgs"][0].asString(); });
+std::string deviceName(const JsonOutline& record, const JsonName& messageId) {
+    return record.inside(messageId == platformError ? JsonOutline::cper : JsonOutline::messageArgs);
 }
 
 /** Fills the verdict in step by step: when a member of the wrong type raises, the severity that is
  *  known by then stays in it. */
-void judge(const Json::Value& record, Verdict& verdict) {
+void judge(const JsonOutline& record, Verdict& verdict) {
     diag_log(LOG_USER, LOG_DEBUG, "%s:  parsing JSON", logName);
     verdict.severity = Severity::other;
     if (const char* why = whyNotReportable(record)) {
@@ -112,29 +103,12 @@ void judge(const Json::Value& record, Verdict& verdict) {
         diag_log(LOG_USER, LOG_DEBUG, "%s: Critical parsing JSON", logName);
     }
     verdict.severity = critical ? Severity::critical : Severity::warning;
-    const auto messageId = text(record, "MessageId");
+    const auto messageId = record.name(JsonOutline::messageId);
     const auto number = critical ? lookUp(criticalMessages, messageId, otherCriticalEvent)
                                  : lookUp(warningMessages, messageId, otherWarningEvent);
-    const auto device = deviceName(record, messageId);
-    verdict.event = {number, device.substr(0, device.find('\0'))};
-}
-
-/** Makes a tree of the text that is known to be JSON, nested no deeper than jsoncpp accepts. */
-Json::Value parse(const std::string& json) {
-    // Comments are accepted but not collected: jsoncpp would copy all of a record that is nothing
-    // else.
-    constexpr bool collectComments = false;
-    Json::Reader reader;
-    Json::Value root;
-    try {
-        if (!reader.parse(json.data(), json.data() + json.size(), root, collectComments)) {
-            // jsoncpp reads some numbers from a stream, which turns want of memory into bad input.
-            throw std::bad_alloc{};
-        }
-    } catch (const Json::RuntimeError&) { // What jsoncpp raises without memory for a text.
-        throw std::bad_alloc{};
-    }
-    return root;
+    auto device = deviceName(record, messageId);
+    device.resize(std::min(device.find('\0'), device.size()));
+    verdict.event = {number, std::move(device)};
 }
 
 } // namespace
@@ -145,10 +119,9 @@ Verdict classify(std::span<const std::uint8_t> record) {
     if (outline.finding() != JsonOutline::Finding::json) {
         verdict.reason = "it is no JSON";
     } else {
-        // jsoncpp throws its own exceptions for members of the wrong type. The record comes from a
-        // peer: none may end the daemon.
+        // The record comes from a peer: a member of the wrong type may not end the daemon.
         try {
-            judge(parse(outline.text()), verdict);
+            judge(outline, verdict);
             return verdict;
         } catch (const std::runtime_error& e) { // The same line as for text that is no JSON.
             verdict.reason = e.what();

@@ -28,18 +28,29 @@ struct FreeContext {
 
 using Context = std::unique_ptr<EVP_MD_CTX, FreeContext>;
 
-bool begin(const Context& context) {
-    return context && EVP_DigestInit_ex(context.get(), EVP_sha512(), nullptr) == 1;
+/** The calling thread's context with a digest begun in it; null when that failed. It is kept from
+ *  digest to digest: all but a thread's first take no memory. */
+EVP_MD_CTX* begin() {
+    thread_local Context context;
+    const EVP_MD* algorithm = nullptr; // The one that it has.
+    if (!context) {
+        context.reset(EVP_MD_CTX_new());
+        algorithm = EVP_sha512();
+    }
+    if (context && EVP_DigestInit_ex(context.get(), algorithm, nullptr) != 1) {
+        context.reset();
+    }
+    return context.get();
 }
 
 bool computeSha512(std::span<const std::uint8_t> bytes, Digest& digest) {
     diag_log(LOG_USER, LOG_DEBUG, "%s: Message: %s", logName, "512 INIT");
-    const Context context{EVP_MD_CTX_new()};
-    bool good = begin(context);
+    auto* const context = begin();
     diag_log(LOG_USER, LOG_DEBUG, "%s: Message: %s", logName, "512 UPDATE");
-    good = good && EVP_DigestUpdate(context.get(), bytes.data(), bytes.size()) == 1;
+    const bool good =
+        context != nullptr && EVP_DigestUpdate(context, bytes.data(), bytes.size()) == 1;
     diag_log(LOG_USER, LOG_DEBUG, "%s: Message: %s", logName, "512 FINAL");
-    return good && EVP_DigestFinal_ex(context.get(), digest.data(), nullptr) == 1;
+    return good && EVP_DigestFinal_ex(context, digest.data(), nullptr) == 1;
 }
 
 std::string toText(const Digest& digest) {
@@ -59,7 +70,7 @@ void logWantOfMemory() {
 } // namespace
 
 void tavrisk::prepareDigests() {
-    begin(Context{EVP_MD_CTX_new()});
+    begin();
 }
 
 std::optional<std::string> tavrisk::sha512Text(std::span<const std::uint8_t> bytes) {

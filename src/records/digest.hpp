@@ -10,7 +10,8 @@
 namespace tavrisk {
 
 /** Has OpenSSL set itself up, which it would do at the first digest otherwise: want of memory would
- *  end the program then, or have every later digest fail. At the start nothing is lost by that. */
+ *  end the program then, or have every later digest fail. At the start nothing is lost by that. The
+ *  calling thread's digests take no memory from then on. */
 void prepareDigests();
 
 /** The digest text of the bytes: their SHA-512 as 128 lower-case hexadecimal digits. Nothing when

@@ -1,7 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "records/json_outline.hpp"
 
+#include <json/reader.h>
+#include <json/value.h>
+
 #include <algorithm>
+#include <new>
+#include <stdexcept>
 #include <utility>
 
 namespace tavrisk {
@@ -159,11 +164,62 @@ JsonOutline::Step JsonOutline::readNextMember() noexcept {
 
 namespace {
 
-// An escaped character takes six bytes, and no text that is looked for has more than 64: a longer
-// one is none of them.
-constexpr std::size_t longestCompared = std::size_t{6} * 64;
+// An escaped character takes six bytes, and no text that is looked for has as many as a name
+// holds: a longer one is none of them.
+constexpr std::size_t longestCompared = std::size_t{6} * JsonName::capacity;
+
+/** The text of a plain value that is known to be JSON. */
+std::string decoded(std::string_view json) {
+    if (json.front() == '"' && json.find('\\') == std::string_view::npos) {
+        return std::string{json.substr(1, json.size() - 2)};
+    }
+    Json::Reader reader;
+    Json::Value value;
+    try {
+        if (!reader.parse(json.data(), json.data() + json.size(), value, false)) {
+            // jsoncpp reads some numbers from a stream, which turns want of memory into bad input.
+            throw std::bad_alloc{};
+        }
+        return value.asString();
+    } catch (const Json::RuntimeError&) { // What jsoncpp raises without memory for a text.
+        throw std::bad_alloc{};
+    }
+}
+
+[[noreturn]] void raiseWrongType(std::string_view member) {
+    throw std::runtime_error{"its " + std::string{member} + " is of the wrong type"};
+}
 
 } // namespace
+
+bool JsonOutline::isRecord() const noexcept {
+    return root_.kind == Kind::object || root_.isNull();
+}
+
+JsonName JsonOutline::name(Place member) const {
+    const Value& value = values_[member];
+    if (value.isContainer()) {
+        raiseWrongType(members[member]);
+    }
+    JsonName name;
+    if (value.kind == Kind::string) {
+        decodeJsonString(textOf(value, false), name);
+    }
+    return name;
+}
+
+std::string JsonOutline::inside(Place member) const {
+    const Value& outer = values_[member];
+    const Value& inner = innerOf(member);
+    const auto wanted = member == cper ? Kind::object : Kind::array;
+    if (outer.kind == Kind::missing || outer.isNull()) {
+        return {};
+    }
+    if (outer.kind != wanted || inner.isContainer()) {
+        raiseWrongType(members[member]);
+    }
+    return inner.kind == Kind::missing ? std::string{} : decoded(inner.text);
+}
 
 /** All of a text that may be a device's name. For one that is only compared, it may be a shorter
  *  one that equals nothing it is compared with either. */
@@ -191,7 +247,7 @@ void JsonOutline::appendMember(std::string& text, std::string_view name, std::st
 
 std::string_view JsonOutline::containerText(Place place, std::string& buffer) const {
     const Value& value = values_[place];
-    const Value& inner = values_[place == cper ? notificationType : firstArgument];
+    const Value& inner = innerOf(place);
     if (inner.kind == Kind::missing) {
         return textOf(value, false);
     }

@@ -31,6 +31,31 @@ public:
 
     [[nodiscard]] Finding finding() const noexcept { return finding_; }
 
+    /** What is read: five plain members of the record, two members that are none, and inside of
+     *  each of those the one element or member that counts. */
+    enum Place : std::uint8_t {
+        eventType,
+        entryType,
+        severity,
+        messageSeverity,
+        messageId,
+        messageArgs,
+        cper,
+        firstArgument,
+        notificationType
+    };
+
+    /** Whether it is an object, or null, which counts as an empty one. */
+    [[nodiscard]] bool isRecord() const noexcept;
+
+    /** A plain member, to be compared; empty for one that is missing or no string. Raises
+     *  std::runtime_error, with words for a person, for an object or an array. */
+    [[nodiscard]] JsonName name(Place member) const;
+
+    /** The text of what counts inside `messageArgs` or `cper`, as jsoncpp has it; "" when it is
+     *  missing. Raises std::runtime_error when either is of the wrong type, and std::bad_alloc. */
+    [[nodiscard]] std::string inside(Place member) const;
+
     /** JSON for which the classifier answers as for the whole; "" for what is none. */
     [[nodiscard]] std::string text() const;
 
@@ -39,17 +64,14 @@ private:
     struct Value {
         Kind kind = Kind::missing;
         std::string_view text; // Of all but objects and arrays.
+
+        [[nodiscard]] bool isNull() const noexcept { return text == "null"; }
+        [[nodiscard]] bool isContainer() const noexcept {
+            return kind == Kind::object || kind == Kind::array;
+        }
     };
     enum class Step : std::uint8_t { value, ended, failed };
 
-    // The members of the record that are read, and last the one member or element inside of each of
-    // the two that are no plain values.
-    enum Place : std::uint8_t {
-        messageArgs = 5,
-        cper = 6,
-        firstArgument = 7,
-        notificationType = 8
-    };
     static constexpr std::array<std::string_view, 7> members{
         "EventType", "EntryType",   "Severity", "MessageSeverity",
         "MessageId", "MessageArgs", "CPER"};
@@ -70,6 +92,9 @@ private:
 
     static std::string_view textOf(const Value& value, bool isDevice);
     static void appendMember(std::string& text, std::string_view name, std::string_view value);
+    [[nodiscard]] const Value& innerOf(Place member) const {
+        return values_[member == cper ? notificationType : firstArgument];
+    }
     [[nodiscard]] std::string_view containerText(Place place, std::string& buffer) const;
 
     JsonTokens tokens_;

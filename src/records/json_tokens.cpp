@@ -179,9 +179,9 @@ void JsonName::append(char byte) noexcept {
 }
 
 void JsonName::append(std::string_view bytes) noexcept {
-    for (const char byte : bytes.substr(0, capacity)) {
-        append(byte);
-    }
+    const auto taken = std::min(bytes.size(), capacity - size_);
+    std::copy_n(bytes.data(), taken, bytes_.data() + size_);
+    size_ += taken;
 }
 
 bool JsonName::operator==(std::string_view name) const noexcept {
@@ -223,7 +223,7 @@ bool decodeCodePoint(std::string_view& text, JsonName& name) noexcept {
             return false;
         }
     }
-    // No name that is looked for has other than ASCII characters.
+    // No text that is looked for has other than ASCII characters.
     name.append(unit <= 0x7f ? static_cast<char>(unit) : '\x80');
     return unit >= 0;
 }

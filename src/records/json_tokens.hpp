@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -59,16 +60,18 @@ private:
     const char* start_ = nullptr;
 };
 
-/** The beginning of a decoded string: enough to tell whether it is one of a few short names. */
+/** The beginning of a decoded string: enough to tell whether it is one of a few ASCII texts that
+ * are shorter than its capacity. */
 class JsonName {
 public:
+    static constexpr std::size_t capacity = 64;
+
     void append(char byte) noexcept;
     void append(std::string_view bytes) noexcept;
     [[nodiscard]] bool empty() const noexcept { return size_ == 0; }
     bool operator==(std::string_view name) const noexcept;
 
 private:
-    static constexpr std::size_t capacity = 17; // One more than "NotificationType" has.
     std::array<char, capacity> bytes_{};
     std::size_t size_ = 0;
 };

@@ -10,10 +10,12 @@
 #include <cstdlib>
 #include <functional>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
-// Whatever jsoncpp makes of the bytes, it must make of their outline, as far as is read.
+// Whatever jsoncpp makes of the bytes, the outline must say, and jsoncpp make of the outline's
+// text, as far as is read.
 
 namespace {
 
@@ -51,23 +53,42 @@ std::optional<std::string> read(const std::function<std::string()>& member) {
         return member();
     } catch (const Json::LogicError&) {
         return std::nullopt;
+    } catch (const std::runtime_error&) { // The outline's.
+        return std::nullopt;
     }
 }
 
-/** All that is read of a record; of what is compared only, what it may be equal to. */
-std::vector<std::optional<std::string>> whatIsRead(const Json::Value& root) {
-    std::vector<std::optional<std::string>> all;
+/** What a text that is compared only may be equal to. */
+template <typename Text>
+std::string whatItEquals(const Text& text) {
+    const auto* found = std::find_if(comparedWith.begin(), comparedWith.end(),
+                                     [&](auto candidate) { return text == candidate; });
+    return std::string{found != comparedWith.end() ? *found : "other"};
+}
+
+using Texts = std::vector<std::optional<std::string>>;
+
+/** All that is read of a record. */
+Texts whatIsRead(const Json::Value& root) {
+    Texts all;
     for (const auto* name :
          {"EventType", "EntryType", "Severity", "MessageSeverity", "MessageId"}) {
-        auto text = read([&] { return root[name].asString(); });
-        if (text &&
-            std::find(comparedWith.begin(), comparedWith.end(), *text) == comparedWith.end()) {
-            text = "other";
-        }
-        all.push_back(text);
+        all.push_back(read([&] { return whatItEquals(root[name].asString()); }));
     }
     all.push_back(read([&] { return root["MessageArgs"][0].asString(); }));
     all.push_back(read([&] { return root["CPER"]["NotificationType"].asString(); }));
+    return all;
+}
+
+Texts whatIsRead(const tavrisk::JsonOutline& outline) {
+    using Outline = tavrisk::JsonOutline;
+    Texts all;
+    for (const auto member : {Outline::eventType, Outline::entryType, Outline::severity,
+                              Outline::messageSeverity, Outline::messageId}) {
+        all.push_back(read([&] { return whatItEquals(outline.name(member)); }));
+    }
+    all.push_back(read([&] { return outline.inside(Outline::messageArgs); }));
+    all.push_back(read([&] { return outline.inside(Outline::cper); }));
     return all;
 }
 
@@ -87,6 +108,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (!part.good || part.root.isNumeric() != whole.root.isNumeric() ||
         (part.root.type() != whole.root.type() && !whole.root.isNumeric()) ||
         whatIsRead(part.root) != whatIsRead(whole.root)) {
+        std::abort();
+    }
+    const bool isRecord = whole.root.isObject() || whole.root.isNull();
+    if (outline.isRecord() != isRecord ||
+        (isRecord && whatIsRead(outline) != whatIsRead(whole.root))) {
         std::abort();
     }
     return 0;

@@ -66,6 +66,8 @@ const Case cases[] = {
      json("{'EventType':'Event','Severity':'OK','MessageSeverity':'Warning'}"), 1, 2, 2, ""},
     {"NumberAsDevice", json("{'EventType':'Event','Severity':'Warning','MessageArgs':[7]}"), 1, 2,
      2, "7"},
+    {"NullAsArguments", json("{'EventType':'Event','Severity':'Warning','MessageArgs':null}"), 1, 2,
+     2, ""},
     {"DeviceEndsAtNul",
      json("{'EventType':'Event','Severity':'Warning','MessageArgs':['GPU\\u0000X']}"), 1, 2, 2,
      "GPU"},

@@ -110,15 +110,23 @@ std::vector<std::uint8_t> whatIsRead(std::vector<std::uint8_t> eventData) {
 // A thread was refused for a whole second, and no worker has ended since.
 constinit std::atomic<bool> refused{false};
 
+class Worker {
+public:
+    explicit Worker(std::vector<std::uint8_t> record) : record_{std::move(record)} {}
+
+    void operator()() {
+        zel_wux_fault_logging_thread(std::move(record_));
+        refused = false;
+    }
+
+private:
+    std::vector<std::uint8_t> record_;
+};
+
 } // namespace
 
 void startWorker(std::vector<std::uint8_t> eventData) {
-    const auto record =
-        std::make_shared<std::vector<std::uint8_t>>(whatIsRead(std::move(eventData)));
-    const auto body = [record] {
-        zel_wux_fault_logging_thread(std::move(*record));
-        refused = false;
-    };
+    auto body = std::make_unique<Worker>(whatIsRead(std::move(eventData)));
     constexpr std::chrono::milliseconds pause{10};
     for (auto pauses = std::chrono::seconds{1} / pause;; --pauses) {
         try {

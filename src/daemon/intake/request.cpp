@@ -12,7 +12,7 @@ namespace {
 
 using HandOn = int (*)(std::vector<std::uint8_t>, std::string);
 
-int takeIn(const char* logName, HandOn handOn, const std::string& validationString,
+int takeIn(const char* logName, HandOn handOn, std::string validationString,
            std::vector<std::uint8_t> logDataBuffer) {
     if (validationString.empty() || logDataBuffer.empty()) {
         diag_log(LOG_USER, LOG_WARNING, "%s : validationString or logDataBuffer is empty \n",
@@ -23,7 +23,7 @@ int takeIn(const char* logName, HandOn handOn, const std::string& validationStri
         diag_log(LOG_USER, LOG_WARNING, "%s : validateBuffer failed, rc = %d \n", logName, result);
         return result;
     }
-    if (const int result = handOn(std::move(logDataBuffer), validationString)) {
+    if (const int result = handOn(std::move(logDataBuffer), std::move(validationString))) {
         // Deliberately the same words whatever the data was handed on to.
         diag_log(LOG_USER, LOG_WARNING, "%s : tavrisk_daemon_thread not started, rc = %d \n",
                  logName, result);
@@ -34,10 +34,12 @@ int takeIn(const char* logName, HandOn handOn, const std::string& validationStri
 
 } // namespace
 
-int LogEvent(const std::string& validationString, std::vector<std::uint8_t> logDataBuffer) {
-    return takeIn(__func__, tavrisk_daemon_thread, validationString, std::move(logDataBuffer));
+int LogEvent(std::string validationString, std::vector<std::uint8_t> logDataBuffer) {
+    return takeIn(__func__, tavrisk_daemon_thread, std::move(validationString),
+                  std::move(logDataBuffer));
 }
 
-int LogCPEREvent(const std::string& validationString, std::vector<std::uint8_t> logDataBuffer) {
-    return takeIn(__func__, createLogServiceEntry, validationString, std::move(logDataBuffer));
+int LogCPEREvent(std::string validationString, std::vector<std::uint8_t> logDataBuffer) {
+    return takeIn(__func__, createLogServiceEntry, std::move(validationString),
+                  std::move(logDataBuffer));
 }

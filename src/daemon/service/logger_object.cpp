@@ -19,7 +19,7 @@ std::int32_t foldIntakeResult(int result) {
 
 std::int32_t Tavrisk::log(std::string validationString, std::vector<std::uint8_t> logDataBuffer) {
     tavrisk::giveBackMemoryAfter(logDataBuffer.size());
-    return foldIntakeResult(LogEvent(validationString, std::move(logDataBuffer)));
+    return foldIntakeResult(LogEvent(std::move(validationString), std::move(logDataBuffer)));
 }
 
 std::int32_t Tavrisk::save(std::string validationString, std::vector<std::uint8_t> logDataBuffer) {
@@ -30,7 +30,7 @@ std::int32_t Tavrisk::save(std::string validationString, std::vector<std::uint8_
 std::int32_t Tavrisk::cPERlog(std::string validationString,
                               std::vector<std::uint8_t> logDataBuffer) {
     tavrisk::giveBackMemoryAfter(logDataBuffer.size());
-    return foldIntakeResult(LogCPEREvent(validationString, std::move(logDataBuffer)));
+    return foldIntakeResult(LogCPEREvent(std::move(validationString), std::move(logDataBuffer)));
 }
 
 std::int32_t Tavrisk::saveAndClearCache() {

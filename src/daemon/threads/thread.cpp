@@ -3,14 +3,11 @@
 
 #include <pthread.h>
 
-#include <memory>
+#include <cstddef>
 #include <system_error>
-#include <utility>
 
 namespace tavrisk {
 namespace {
-
-using Body = std::function<void()>;
 
 #ifdef __has_feature
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
@@ -49,23 +46,14 @@ private:
     pthread_attr_t attributes_{};
 };
 
-// No exception leaves it: there is nobody to take it.
-void* run(void* argument) noexcept {
-    const std::unique_ptr<Body> body{static_cast<Body*>(argument)};
-    (*body)();
-    return nullptr;
-}
-
 } // namespace
 
-void startThread(std::function<void()> body) {
-    auto owned = std::make_unique<Body>(std::move(body));
+void details::start(void* (*run)(void*), void* argument) {
     Attributes attributes;
     check(pthread_attr_setstacksize(attributes.get(), stackSize));
     check(pthread_attr_setdetachstate(attributes.get(), PTHREAD_CREATE_DETACHED));
     pthread_t thread{};
-    check(pthread_create(&thread, attributes.get(), run, owned.get()));
-    static_cast<void>(owned.release()); // The thread's from now on.
+    check(pthread_create(&thread, attributes.get(), run, argument));
 }
 
 } // namespace tavrisk
