@@ -4,6 +4,7 @@
 #include "log/diag_log.hpp"
 #include "text/hex.hpp"
 
+#include <openssl/crypto.h>
 #include <openssl/evp.h>
 
 #include <algorithm>
@@ -70,6 +71,8 @@ void logWantOfMemory() {
 } // namespace
 
 void tavrisk::prepareDigests() {
+    // Nobody here reads OpenSSL's words for its errors, which take half a MiB.
+    OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CRYPTO_STRINGS, nullptr);
     begin();
 }
 

@@ -21,8 +21,6 @@ struct UnrefBus {
 } // namespace
 
 int main() {
-    tavrisk::prepareDigests();
-
     sd_bus* opened = nullptr;
     const int openResult = sd_bus_default(&opened);
     const std::unique_ptr<sd_bus, UnrefBus> connection{opened};
@@ -50,6 +48,8 @@ int main() {
         return EXIT_FAILURE;
     }
 
+    // Here, where nobody is served yet: whoever waits for the name does not wait for this as well.
+    tavrisk::prepareDigests();
     tavrisk::serveUntilFailureBudgetIsSpent(bus);
     return -1;
 }
