@@ -109,8 +109,8 @@ void expectPromised(const fs::path& file) {
 TEST(Installation, HoldsWhatAnImageNeedsAndNothingElse) {
     const std::string destination = "/run/destination";
     fs::remove_all(destination);
-    ASSERT_EQ((Process{{"meson", "install", "-C", std::getenv("TAVRISK_BUILD"), "--no-rebuild",
-                        "--quiet", "--destdir", destination}}
+    ASSERT_EQ((Process{{"meson", "install", "-C", std::getenv("TAVRISK_BUILD") + std::string{},
+                        "--no-rebuild", "--quiet", "--destdir", destination}}
                    .wait()),
               0);
 
