@@ -160,7 +160,7 @@ writes_figures() {
   stat -c '%A %n' "$figures"/* | tr '\n' ' '
   systemd-analyze security --no-pager tavrisk-metrics.service | sed -n 's/.*Overall exposure level[^:]*: //p'
   systemd-analyze verify tavrisk-metrics.timer 2>&1 | grep . && return 1
-  [ "$(find "$figures" -type f | wc -l)" = 2 ]
+  [ "$(find "$figures" -type f | wc -l)" = 2 ] && rm -r "$figures"
 }
 
 # Who may what
