@@ -25,11 +25,13 @@ bool isPlain(char c) {
            others.find(c) != std::string_view::npos;
 }
 
+constexpr auto givenName = "renamed-";
+
 /** Whether any machine can have a file of that name, and no program takes it for something else. */
 bool isHarmlessName(std::string_view name) {
     constexpr std::size_t longest = 200;
     return !name.empty() && name.size() <= longest && name.front() != '.' && name.front() != '-' &&
-           std::all_of(name.begin(), name.end(), isPlain);
+           !name.starts_with(givenName) && std::all_of(name.begin(), name.end(), isPlain);
 }
 
 std::string hostName() {
@@ -89,7 +91,7 @@ public:
         const auto slash = path.rfind('/') + 1;
         auto name = path.substr(slash);
         if (!isHarmlessName(name)) {
-            name = "renamed-" + std::to_string(++renamed_);
+            name = givenName + std::to_string(++renamed_);
         }
         addFile(placeOf(path.substr(0, slash)) + name, path);
     }

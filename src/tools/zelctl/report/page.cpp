@@ -77,7 +77,7 @@ constexpr Markup head =
 body{font:16px/1.45 system-ui,sans-serif;max-width:60rem;margin:0 auto;padding:1rem;overflow-wrap:anywhere}
 h1{font-size:1.6rem;line-height:1.2}h2{font-size:1.2rem;margin:2rem 0 .5rem}
 table{border-collapse:collapse;width:100%}th,td{text-align:left;vertical-align:top;padding:.2rem .6rem .2rem 0;border-bottom:1px solid var(--line)}
-table:not(.facts) td:not(:first-child){overflow-wrap:normal}table:not(.facts) td:last-child{white-space:nowrap}table.facts th{width:9rem;font-weight:600}
+.parts td:not(:first-child){overflow-wrap:normal}.parts td:last-child{white-space:nowrap}table.facts th{width:9rem;font-weight:600}
 details{border-bottom:1px solid var(--line)}details[open]{padding-bottom:1rem}summary{padding:.4rem 0;cursor:pointer}
 pre{white-space:pre-wrap;font-size:.8rem;background:var(--back);padding:.5rem .7rem;margin:.5rem 0}
 .critical{color:var(--critical)}.warning{color:var(--warning)}.other{color:var(--other)}
@@ -87,6 +87,7 @@ b.critical,b.warning,b.other{text-transform:uppercase;font-size:.8rem}
 .scale{display:flex;flex-direction:column;justify-content:space-between;text-align:right;line-height:0}
 .chart svg{width:100%;height:10rem;border-bottom:1px solid}line{stroke:var(--line)}.key{width:.9rem;height:.9rem;vertical-align:-.1rem}
 .ends{display:flex;justify-content:space-between;gap:1rem}.ends span:nth-child(2){text-align:center}.ends span:last-child{text-align:right}
+@media (max-width:35rem){.parts th{display:none}.parts tr{display:block;border-bottom:1px solid var(--line);padding:.3rem 0}.parts td{display:inline;border:0}.parts td:first-child{display:block;padding:0}table.facts th{width:7rem}}
 @media print{body{max-width:none;font-size:10pt}h2,summary{break-after:avoid}.chart{break-inside:avoid}details::details-content{content-visibility:visible;display:block}}
 </style></head><body>
 )";
@@ -182,7 +183,8 @@ void putParts(Html& html, const Overview& overview) {
     std::stable_sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) {
         return a.second.counts > b.second.counts;
     });
-    html << "<h2>Most affected parts</h2>\n<table><tr><th>Part</th><th>Entries</th><th>Last</th>"
+    html << "<h2>Most affected parts</h2>\n<table "
+            "class=\"parts\"><tr><th>Part</th><th>Entries</th><th>Last</th>"
             "</tr>\n";
     for (std::size_t i = 0; i < std::min(rows.size(), mostParts); ++i) {
         const auto& [device, part] = rows[i];

@@ -18,7 +18,7 @@ namespace {
     throw Failure{Exit::failed, what + ": " + std::strerror(errno)};
 }
 
-std::string placeOf(const std::string& beside) {
+std::string templateOf(const std::string& beside) {
     if (beside != "-") {
         return beside + ".XXXXXX";
     }
@@ -29,7 +29,7 @@ std::string placeOf(const std::string& beside) {
 } // namespace
 
 Spool::Spool(const std::string& beside) {
-    auto path = placeOf(beside);
+    auto path = templateOf(beside);
     const int opened = mkostemp(path.data(), O_CLOEXEC);
     if (opened < 0) {
         failSpooling(path);

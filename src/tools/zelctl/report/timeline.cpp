@@ -149,7 +149,7 @@ void putTimeline(Html& html, const std::vector<std::pair<TimePoint, Severity>>& 
     }
     const auto chart = chartOf(times);
     putLegend(html, chart);
-    html << "<div class=\"chart\"><div class=\"scale\"><span>" << std::to_string(chart.top)
+    html << R"(<div class="chart"><div class="scale"><span>)" << std::to_string(chart.top)
          << "</span><span>" << std::to_string(chart.top / 2) << "</span><span>0</span></div>\n";
     putBars(html, chart);
     const auto count = static_cast<std::int64_t>(chart.bars.size());
