@@ -72,4 +72,15 @@ done
 [ "$(cat /run/bundle.tar.gz)" = old ] && ! ls /run/bundle.tar.gz.* 2>/dev/null && zelctl=$(command -v zelctl) || exit 1
 ! PATH=/run/none $zelctl report --bundle=/run/bundle.tar.gz || exit 1
 zelctl report --bundle=- | tar -tz | grep -q SHA512SUMS || exit 1
+
+# A log that cannot be read, or not to its end, is told of with what there is beside it; one that is not there is not.
+zelctl backup /run/bad.db || exit 1
+for begin in 0 3; do
+  head -c 65536 /dev/zero | tr '\0' x | dd of=/run/bad.db bs=4096 seek=$begin conv=notrunc 2>/dev/null
+  ! zelctl report --db /run/bad.db --bundle=/run/bad.tar.gz && unpacked /run/bad.tar.gz && xmllint --noout report.html || exit 1
+  grep -q 'the log could not be read any further: ' report.html && [ -s debug.log ] || exit 1
+  { [ -s entries.json ] || jq -e '.leftOut[] | select(.from == "/run/bad.db") | .problem != ""' manifest.json; } && jq -e '.check.status != "ok"' health.json || exit 1
+  rm /run/bad.* && zelctl backup /run/bad.db || exit 1
+done
+! zelctl report --db /run/none.db -o /run/none.html && [ ! -e /run/none.html ] || exit 1
 SHELL

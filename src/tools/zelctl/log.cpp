@@ -143,6 +143,17 @@ std::optional<LogReader> Log::open() const {
     return isYetToCome() ? std::nullopt : std::optional{LogReader::open(path_)};
 }
 
+std::string problemOfReading(const std::function<void()>& work) {
+    try {
+        work();
+    } catch (const zel::SqliteError& error) {
+        return error.what();
+    } catch (const zel::Unreadable& problem) {
+        return problem.what();
+    }
+    return {};
+}
+
 std::optional<std::string> timeOf(const Arguments& arguments, const char* option, bool last) {
     const auto text = arguments.value(option);
     auto time = text ? parseTime(*text, now(), last ? Bound::last : Bound::first) : std::nullopt;

@@ -5,6 +5,7 @@
 #include "zel/reader.hpp"
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -35,6 +36,9 @@ private:
     std::string path_;
     bool isSystems_;
 };
+
+/** Why `work` could not read all of a log that is there; empty when it could. */
+std::string problemOfReading(const std::function<void()>& work);
 
 /** Which entries the command line asks for. Raises Failure with Exit::usage. */
 Filter filterOf(const Arguments& arguments);

@@ -54,6 +54,23 @@ std::string topName() {
                        std::strftime(text.data(), text.size(), "%Y%m%dT%H%M%SZ", &utc));
 }
 
+void writeEntries(Spool& spool, const Log& log, const Arguments& arguments, std::int64_t newest) {
+    const auto reader = log.open();
+    if (!reader) {
+        return;
+    }
+    auto filter = filterOf(arguments);
+    resolveBoot(filter, *reader);
+    auto left = limitOf(arguments).value_or(INT64_MAX);
+    reader->forEach(filter, false, [&](const LogEntry& entry) {
+        if (entry.sequence <= newest) {
+            spool.write(jsonLine(toJson(entry)) + "\n");
+            --left;
+        }
+        return left > 0;
+    });
+}
+
 class Bundle {
 public:
     explicit Bundle(const Target& target)
@@ -71,19 +88,9 @@ public:
 
     void addEntries(const Log& log, const Arguments& arguments, std::int64_t newest) {
         Spool spool{target_.path};
-        if (const auto reader = log.open()) {
-            auto filter = filterOf(arguments);
-            resolveBoot(filter, *reader);
-            auto left = limitOf(arguments).value_or(INT64_MAX);
-            reader->forEach(filter, false, [&](const LogEntry& entry) {
-                if (entry.sequence <= newest) {
-                    spool.write(jsonLine(toJson(entry)) + "\n");
-                    --left;
-                }
-                return left > 0;
-            });
-        }
+        const auto problem = problemOfReading([&] { writeEntries(spool, log, arguments, newest); });
         add("entries.json", spool);
+        noteLeftOut(log.path(), problem);
     }
 
     /** As a file of that name, or of another where the name would do harm. */
@@ -101,12 +108,8 @@ public:
         const RegularFile file{path};
         if (file.problem().empty()) {
             add(name, file, path);
-        } else {
-            Json::Value row;
-            row["from"] = path;
-            row["problem"] = file.problem();
-            leftOut_.append(row);
         }
+        noteLeftOut(path, file.problem());
     }
 
     /** The list of all files, and that in the form of sha512sum. */
@@ -121,6 +124,16 @@ public:
     }
 
 private:
+    void noteLeftOut(const std::string& path, const std::string& problem) {
+        if (problem.empty()) {
+            return;
+        }
+        Json::Value row;
+        row["from"] = path;
+        row["problem"] = problem;
+        leftOut_.append(row);
+    }
+
     static std::string placeOf(const std::string& directory) {
         const bool isCache = directory.starts_with(dataRoot);
         return std::string{isCache ? "raw/cache/" : "raw/store/"} +
@@ -153,7 +166,8 @@ private:
 std::string healthText(const Log& log, const Arguments& arguments) {
     Json::Value health;
     health["check"] = toJson(conditionOf(log, {}), log.path());
-    health["stats"] = statisticsOf(log, arguments);
+    // The check has said what is wrong where there are none.
+    problemOfReading([&] { health["stats"] = statisticsOf(log, arguments); });
     return jsonLine(health) + "\n";
 }
 

@@ -223,31 +223,40 @@ std::set<std::string> putEntries(Html& html, const LogReader& reader, const Filt
     return paths;
 }
 
+void putLog(Html& html, const Log& log, const Arguments& arguments, Shown& shown) {
+    auto filter = filterOf(arguments);
+    const Completeness completeness{log.path()}; // before the log is opened
+    const auto reader = log.open();
+    putHealth(html, log.path(), reader ? reader->health() : Health{});
+    if (!reader) {
+        return;
+    }
+    resolveBoot(filter, *reader);
+    if (isFiltered(arguments)) {
+        html << "<p>Only some entries were asked for; what follows is of these.</p>\n";
+    }
+    putMissed(html, *reader, filter, completeness);
+    RawFileIndex index;
+    const auto overview = overviewOf(*reader, filter, index);
+    putTimes(html, overview);
+    putParts(html, overview);
+    shown.newest = overview.newest;
+    shown.rawFiles = putEntries(html, *reader, filter, overview, index,
+                                limitOf(arguments).value_or(mostEntries));
+}
+
 } // namespace
 
 Shown putPage(Html& html, const Log& log, const Arguments& arguments) {
     Shown shown;
-    auto filter = filterOf(arguments);
-    const Completeness completeness{log.path()}; // before the log is opened
-    const auto reader = log.open();
     html << head;
     putMachine(html);
     html << "<h2>Health of the log</h2>\n";
     putVerdict(html, conditionOf(log, {}));
-    putHealth(html, log.path(), reader ? reader->health() : Health{});
-    if (reader) {
-        resolveBoot(filter, *reader);
-        if (isFiltered(arguments)) {
-            html << "<p>Only some entries were asked for; what follows is of these.</p>\n";
-        }
-        putMissed(html, *reader, filter, completeness);
-        RawFileIndex index;
-        const auto overview = overviewOf(*reader, filter, index);
-        putTimes(html, overview);
-        putParts(html, overview);
-        shown.newest = overview.newest;
-        shown.rawFiles = putEntries(html, *reader, filter, overview, index,
-                                    limitOf(arguments).value_or(mostEntries));
+    shown.problem = problemOfReading([&] { putLog(html, log, arguments, shown); });
+    if (!shown.problem.empty()) {
+        html << "<p class=\"critical\">Here the log could not be read any further: "
+             << shown.problem << "</p>\n";
     }
     html << "</body></html>\n";
     return shown;

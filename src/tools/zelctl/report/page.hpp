@@ -12,11 +12,13 @@ namespace tavrisk::tools {
 
 /** What a page is of. */
 struct Shown {
-    std::int64_t newest = 0;          // entries that came later are not looked at
+    std::int64_t newest = INT64_MAX;  // entries that came later are not looked at
     std::set<std::string> rawFiles{}; // of the entries that it shows
+    std::string problem{};            // why the log could not be read, or not to its end
 };
 
-/** Writes a page of the entries that are asked for. */
+/** Writes a page of the entries that are asked for; of a log that cannot be read, what is known of
+ *  it. Raises Failure for one that is not there. */
 Shown putPage(Html& html, const Log& log, const Arguments& arguments);
 
 } // namespace tavrisk::tools

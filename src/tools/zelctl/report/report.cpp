@@ -20,16 +20,17 @@ void check(const std::optional<std::string>& page, const std::optional<std::stri
     }
 }
 
-void writePage(const std::string& path, const Log& log, const Arguments& arguments) {
+Shown writePage(const std::string& path, const Log& log, const Arguments& arguments) {
     Draft draft{path};
     Html html{[&draft](std::string_view bytes) { draft.write(bytes); }};
-    putPage(html, log, arguments);
+    auto shown = putPage(html, log, arguments);
     draft.finish();
+    return shown;
 }
 
 /** And the page by itself, where it is asked for. */
-void writeBundle(const std::string& path, const std::optional<std::string>& pagePath,
-                 const Log& log, const Arguments& arguments) {
+Shown writeBundle(const std::string& path, const std::optional<std::string>& pagePath,
+                  const Log& log, const Arguments& arguments) {
     Draft bundle{path};
     Spool page{path};
     std::optional<Draft> draft;
@@ -42,12 +43,13 @@ void writeBundle(const std::string& path, const std::optional<std::string>& page
             draft->write(bytes);
         }
     }};
-    const auto shown = putPage(html, log, arguments);
+    auto shown = putPage(html, log, arguments);
     pack({path, bundle.descriptor()}, page, shown, log, arguments);
     bundle.finish();
     if (draft) {
         draft->finish();
     }
+    return shown;
 }
 
 } // namespace
@@ -58,10 +60,10 @@ Exit report(const Log& log, const Arguments& arguments) {
     check(page, bundle);
     filterOf(arguments); // What is wrong with it is told before there is a file.
     limitOf(arguments);
-    if (bundle) {
-        writeBundle(*bundle, page, log, arguments);
-    } else {
-        writePage(*page, log, arguments);
+    const auto shown =
+        bundle ? writeBundle(*bundle, page, log, arguments) : writePage(*page, log, arguments);
+    if (!shown.problem.empty()) {
+        throw Failure{Exit::failed, "written without what cannot be read: " + shown.problem};
     }
     return Exit::done;
 }
