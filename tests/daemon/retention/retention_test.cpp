@@ -154,14 +154,21 @@ TEST_F(Retention, PolicesWithTheSettingsOfEveryCycle) {
                                           {255, 200, " 100\\n", "nanosleep 1200"},
                                           {100, 20, " 100\\n", "nanosleep 1200"},
                                           {0, 0, " 1\\n", "nanosleep 60"}});
+    const auto hasPoliced = [] {
+        return recordedWith(" -c /app/bin/wuxRetensionChk.sh /var/run/hmc/").size() == 3 &&
+               !recordedWith(": Failed policing HMC WUX data location : -1").empty();
+    };
     ASSERT_TRUE(waitForRecorded("nanosleep"));
     for (const auto& [size, interval, usedSize, sleep] : rows) {
         SCOPED_TRACE(usedSize);
         peer.set("RetentionSizeInMB", static_cast<std::uint8_t>(size));
         peer.set("RetentionIntervalInMinutes", static_cast<std::uint8_t>(interval));
-        forgetRecorded();
-        writeFile("/run/next", "");
-        ASSERT_TRUE(waitForRecorded("nanosleep"));
+        // A machine that stood still has lines left out, as if syslog did not read them.
+        for (int cycles = 0; cycles < 3 && (cycles == 0 || !hasPoliced()); ++cycles) {
+            forgetRecorded();
+            writeFile("/run/next", "");
+            ASSERT_TRUE(waitForRecorded("nanosleep"));
+        }
         EXPECT_THAT(recordedWith(" -c /app/bin/wuxRetensionChk.sh /var/run/hmc/"),
                     ElementsAre(EndsWith("/hmc/" + usedSize), EndsWith("/dump/" + usedSize),
                                 EndsWith("/rawCPER/" + usedSize)));
