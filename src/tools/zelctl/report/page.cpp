@@ -88,7 +88,7 @@ b.critical,b.warning,b.other{text-transform:uppercase;font-size:.8rem}
 .chart svg{width:100%;height:10rem;border-bottom:1px solid}line{stroke:var(--line)}.key{width:.9rem;height:.9rem;vertical-align:-.1rem}
 .ends{display:flex;justify-content:space-between;gap:1rem}.ends span:nth-child(2){text-align:center}.ends span:last-child{text-align:right}
 @media (max-width:35rem){.parts th{display:none}.parts tr{display:block;border-bottom:1px solid var(--line);padding:.3rem 0}.parts td{display:inline;border:0}.parts td:first-child{display:block;padding:0}table.facts th{width:7rem}}
-@media print{body{max-width:none;font-size:10pt}h2,summary{break-after:avoid}.chart{break-inside:avoid}details::details-content{content-visibility:visible;display:block}}
+@media print{body{max-width:none;font-size:10pt}h2,summary{break-after:avoid}.chart{break-inside:avoid}}
 </style></head><body>
 )";
 
