@@ -62,15 +62,17 @@ need_build() {
 
 # Prometheus' programs, below build/prometheus: installed, their packages would start services.
 need_prometheus() {
-  [ ! -x "$root/build/prometheus/usr/bin/prometheus-node-exporter" ] || return 0
+  programs=$root/build/prometheus/usr/bin
+  if [ -x "$programs/promtool" ] && [ -x "$programs/prometheus-node-exporter" ]; then return 0; fi
   need apt
   mkdir -p "$root/build/prometheus"
   (
     cd "$root/build/prometheus" || exit
     rm -f -- *.deb
     apt-get download -qq prometheus prometheus-node-exporter 2>/dev/null ||
-      { as_root apt-get update -qq && apt-get download -qq prometheus prometheus-node-exporter; }
-    for package in *.deb; do dpkg -x "$package" .; done
+      { as_root apt-get update -qq && apt-get download -qq prometheus prometheus-node-exporter; } ||
+      exit
+    for package in *.deb; do dpkg -x "$package" . || exit; done
   ) || die "promtool and prometheus-node-exporter were not to be had"
 }
 

@@ -157,6 +157,10 @@ writes_figures() {
     grep -qx 'tavrisk_up 1' "$figures/tavrisk.prom" &&
     grep -qx 'tavrisk_zel_readable 1' "$figures/tavrisk-zel.prom" || return 1
   systemctl -q disable --now tavrisk-metrics.timer
+  # One that cannot write keeps nothing from the other.
+  rm "$figures"/*.prom && mkdir "$figures/tavrisk.prom" && ! systemctl start tavrisk-metrics.service 2>/dev/null &&
+    [ -s "$figures/tavrisk-zel.prom" ] && rmdir "$figures/tavrisk.prom" && systemctl reset-failed &&
+    systemctl start tavrisk-metrics.service || return 1
   stat -c '%A %n' "$figures"/* | tr '\n' ' '
   systemd-analyze security --no-pager tavrisk-metrics.service | sed -n 's/.*Overall exposure level[^:]*: //p'
   systemd-analyze verify tavrisk-metrics.timer 2>&1 | grep . && return 1

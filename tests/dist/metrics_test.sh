@@ -22,7 +22,7 @@ wait_until has_entry
 directory=/var/lib/prometheus/node-exporter
 mkdir -p $directory
 # The lines of the unit, with the programs of this build.
-sed -n 's|^ExecStart=/.*/\([a-z]*ctl \)|\1|p' "$2/dist/tavrisk-metrics.service" "$2/dist/metrics-zel.conf" >/run/unit
+sed -n 's|^Exec[A-Z][A-Za-z]*=/.*/\([a-z]*ctl \)|\1|p' "$2/dist/tavrisk-metrics.service" "$2/dist/metrics-zel.conf" >/run/unit
 [ "$(wc -l </run/unit)" = 2 ]
 sh -e /run/unit
 ls $directory

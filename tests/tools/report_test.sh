@@ -78,9 +78,37 @@ zelctl backup /run/bad.db || exit 1
 for begin in 0 3; do
   head -c 65536 /dev/zero | tr '\0' x | dd of=/run/bad.db bs=4096 seek=$begin conv=notrunc 2>/dev/null
   ! zelctl report --db /run/bad.db --bundle=/run/bad.tar.gz && unpacked /run/bad.tar.gz && xmllint --noout report.html || exit 1
-  grep -q 'the log could not be read any further: ' report.html && [ -s debug.log ] || exit 1
+  grep -q 'something of the log could not be read: ' report.html && [ -s debug.log ] || exit 1
   { [ -s entries.json ] || jq -e '.leftOut[] | select(.from == "/run/bad.db") | .problem != ""' manifest.json; } && jq -e '.check.status != "ok"' health.json || exit 1
   rm /run/bad.* && zelctl backup /run/bad.db || exit 1
 done
+# With any one page of it damaged, the report has no less than `list`, and the records of that.
+lists=0 more=0
+for page in 1 2 3 4 5 6 8 10 13; do
+  cp /run/bad.db /run/part.db && head -c 4096 /dev/zero | tr '\0' x | dd of=/run/part.db bs=4096 seek="$page" conv=notrunc 2>/dev/null
+  listed=$(zelctl list --db /run/part.db --json 2>/dev/null | wc -l)
+  zelctl report --db /run/part.db --bundle=/run/part.tar.gz 2>/dev/null
+  unpacked /run/part.tar.gz && shown=$(grep -c '<details id=' report.html)
+  [ "$shown" -ge "$listed" ] && xmllint --noout report.html || exit 1
+  [ "$shown" = "$listed" ] || more=$((more + 1))
+  [ "$listed" = 0 ] || { [ -d raw/cache ] && lists=$((lists + 1)); } || exit 1
+done
+[ "$lists" -gt 2 ] && [ "$more" -gt 0 ] || exit 1
+
+# What cannot be read to its end, or not at all, is named.
+leaves_out() { unpacked /run/part.tar.gz && jq -e ".leftOut[] | select(.from == \"$1\") | .problem | contains(\"$2\")" manifest.json; }
+rm -f /var/log/tavrisk/debug.log.1 && ln -s nowhere /var/log/tavrisk/debug.log.1 && report --bundle=/run/part.tar.gz && leaves_out /var/log/tavrisk/debug.log.1 link || exit 1
+rm /var/log/tavrisk/debug.log.1 && echo >/var/log/tavrisk/debug.log.1 && mount --bind /sys/class/net/lo/speed /var/log/tavrisk/debug.log.1 || exit 1
+report --bundle=/run/part.tar.gz && unpacked /run/part.tar.gz && umount /var/log/tavrisk/debug.log.1 || exit 1
+jq -e '.files[] | select(.name == "debug.log.1") | .problem == "Invalid argument"' manifest.json || exit 1
+chmod 0700 /run/hmc && chmod 0644 /run/bad.db && setpriv --reuid=65534 --clear-groups "$zelctl" report --db /run/bad.db --bundle=- >/run/part.tar.gz &&
+  leaves_out 'raw files' 'Permission denied' || exit 1
+
+# A record that is large for its words is not taken apart.
+{ printf '{"EventType":"Event","Severity":"Critical","MessageArgs":["LARGE"],"Message":"x","x":[1' && yes ,1 | head -n 2000000 | tr -d '\n' && echo ']}'; } >/run/record
+tavriskctl log /run/record || exit 1
+has_large() { [ -n "$(zelctl list --device LARGE)" ]; }
+wait_until has_large && zelctl report --device LARGE -o - | grep -q 'Too large for its words' || exit 1
+[ -n "${TAVRISK_SANITIZED-}" ] || (ulimit -v 100000; zelctl list --output=redfish --device LARGE) | jq -e '.Members | length == 1' || exit 1
 ! zelctl report --db /run/none.db -o /run/none.html && [ ! -e /run/none.html ] || exit 1
 SHELL

@@ -348,7 +348,10 @@ TEST_F(Zelctl, SaysWhyItCannot) {
            "zelctl: --since takes a TIME, not 'yesterdays'\n"
            "Try 'zelctl list --help'.\n");
     expect("list --output redfish --fold", 2, "has no room for what --fold tells");
-    expect("list --output redfish --base redfish/v1", 2, "--base takes a path");
+    for (const auto* base : {"redfish/v1", "/redfish/", "//host/v1", "'/red fish'"}) {
+        expect(std::string{"list --output redfish --base "} + base, 2, "--base takes a path");
+    }
+    expect("report -o /run/a --bundle=/run/../run/./a", 2, "need a FILE each");
     expect("list --base /redfish/v1 --json", 2, "--base is for --output=redfish");
     expect("follow --output redfish", 2, "--output takes short, json or csv, not 'redfish'");
     expect("stats -n 1", 2, "zelctl: stats has no option --limit\n");
@@ -371,6 +374,7 @@ TEST_F(Zelctl, SaysWhyItCannot) {
     std::filesystem::remove_all(directory);
     EXPECT_EQ(outputOf("list --json"), "");
     expect("list", 0, "");
+    expect("list --output redfish -n 0", 2, "--limit takes a number");
 }
 
 constexpr auto oldLayout =

@@ -107,12 +107,14 @@ Style Style::ofStandardOutput() {
     return style;
 }
 
-std::string harmless(std::string_view text) {
+namespace {
+
+std::string harmless(std::string_view text, bool asciiOnly) {
     std::string result;
     while (!text.empty()) {
         const auto character = text::firstCharacter(text);
         if (!character.valid || character.isControl() || isInvisible(character.codePoint) ||
-            (character.length > 1 && isTerminalWithoutUtf8())) {
+            (character.length > 1 && asciiOnly)) {
             result += escape(character);
         } else {
             result += text.substr(0, character.length);
@@ -120,6 +122,16 @@ std::string harmless(std::string_view text) {
         text.remove_prefix(character.length);
     }
     return result;
+}
+
+} // namespace
+
+std::string harmless(std::string_view text) {
+    return harmless(text, isTerminalWithoutUtf8());
+}
+
+std::string harmlessInFile(std::string_view text) {
+    return harmless(text, false);
 }
 
 std::string padded(std::string text, std::size_t width) {

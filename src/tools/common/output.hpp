@@ -24,6 +24,8 @@ struct Style {
 /** The text with everything in escapes ("\n", "\x1b", "\u{202e}") that a terminal could take as
  *  a command, or that would make it show something else than what is there. */
 std::string harmless(std::string_view text);
+/** The same for a file, which is UTF-8 on whatever terminal it is made. */
+std::string harmlessInFile(std::string_view text);
 
 std::string padded(std::string text, std::size_t width);
 

@@ -14,6 +14,7 @@ RegularFile::RegularFile(const std::string& path)
 
 RegularFile::RegularFile(int descriptor) : file_{descriptor} {
     if (file_ < 0 || fstat(file_, &status_) != 0) {
+        isMissing_ = errno == ENOENT;
         problem_ = errno == ELOOP ? "a symbolic link"
                                   : std::strerror(errno); // NOLINT(concurrency-mt-unsafe)
     } else if (!S_ISREG(status_.st_mode)) {
@@ -27,11 +28,14 @@ RegularFile::~RegularFile() {
     }
 }
 
-std::size_t RegularFile::read(std::span<char> room) const {
+std::size_t RegularFile::read(std::span<char> room) {
     std::size_t done = 0;
-    while (done < room.size()) {
+    while (done < room.size() && problem_.empty()) {
         const auto count = ::read(file_, room.data() + done, room.size() - done);
-        if (count == 0 || (count < 0 && errno != EINTR)) {
+        if (count < 0 && errno != EINTR) {
+            problem_ = std::strerror(errno); // NOLINT(concurrency-mt-unsafe): there is one thread
+        }
+        if (count == 0) {
             break;
         }
         done += count > 0 ? static_cast<std::size_t>(count) : 0;

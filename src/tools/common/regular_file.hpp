@@ -20,13 +20,15 @@ public:
     RegularFile(const RegularFile&) = delete;
     RegularFile& operator=(const RegularFile&) = delete;
 
-    /** Why there is nothing to read; empty when there is. */
+    /** Why there is nothing, or nothing more, to read; empty when there is. */
     [[nodiscard]] const std::string& problem() const { return problem_; }
+    /** Whether that is because there is nothing of that name. */
+    [[nodiscard]] bool isMissing() const { return isMissing_; }
     /** As it was when it was opened. */
     [[nodiscard]] const struct stat& status() const { return status_; }
 
-    /** Reads on, as much as there is and has room; less is the end, or an error. */
-    [[nodiscard]] std::size_t read(std::span<char> room) const;
+    /** Reads on, as much as there is and has room; less is the end, or a problem. */
+    [[nodiscard]] std::size_t read(std::span<char> room);
     /** Whether it was written since it was opened. */
     [[nodiscard]] bool hasChanged() const;
 
@@ -34,6 +36,7 @@ private:
     int file_;
     struct stat status_ {};
     std::string problem_;
+    bool isMissing_ = false;
 };
 
 } // namespace tavrisk::tools

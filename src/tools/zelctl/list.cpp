@@ -228,6 +228,7 @@ void checkOptions(const Arguments& arguments, Form form) {
         failUsage("--base is for --output=redfish");
     }
     filterOf(arguments); // What is wrong with it is told without a log, too.
+    limitOf(arguments);
 }
 
 } // namespace

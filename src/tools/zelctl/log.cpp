@@ -132,9 +132,14 @@ bool Log::isYetToCome() const {
     if (access(path_.c_str(), F_OK) == 0) {
         return false;
     }
-    if (!isSystems_ || errno != ENOENT) {
-        // NOLINTNEXTLINE(concurrency-mt-unsafe): there is one thread
-        throw Failure{Exit::failed, path_ + ": " + std::strerror(errno)};
+    const int error = errno;
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): there is one thread
+    const auto problem = path_ + ": " + std::strerror(error);
+    if (error != ENOENT) {
+        throw zel::Unreadable{problem};
+    }
+    if (!isSystems_) {
+        throw Failure{Exit::failed, problem};
     }
     return true;
 }

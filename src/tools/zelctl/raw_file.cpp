@@ -32,6 +32,10 @@ constexpr seconds longestDelay{60};
 // D-Bus carries no larger one: what is larger is no record, and not read into memory.
 constexpr std::int64_t largestRecord = std::int64_t{64} << 20U;
 
+// jsoncpp's tree of a record takes up to 90 times its size. One that has words for people has a few
+// KiB.
+constexpr std::size_t largestTree = std::size_t{256} << 10U;
+
 using Bytes = std::vector<std::uint8_t>;
 
 std::optional<std::int64_t> secondsInName(const fs::path& file) {
@@ -74,6 +78,10 @@ bool wouldMake(const LogEntry& entry, const Verdict& verdict) {
            zel::toUtf8(verdict.event->device) == entry.device();
 }
 
+Summary summaryOfSmallEvent(std::span<const std::uint8_t> raw) {
+    return raw.size() <= largestTree ? summaryOfEvent(raw) : Summary{};
+}
+
 /** What both say. */
 Summary common(const Summary& one, const Summary& other) {
     return {one.sentence == other.sentence ? one.sentence : "",
@@ -97,13 +105,13 @@ std::string RawPlace::forEachFile(const std::function<void(const fs::path&, seco
 }
 
 std::optional<Bytes> readRawFile(const fs::path& file) {
-    const RegularFile opened{file.string()};
+    RegularFile opened{file.string()};
     if (!opened.problem().empty() || opened.status().st_size > largestRecord) {
         return {};
     }
     Bytes bytes(static_cast<std::size_t>(opened.status().st_size));
     bytes.resize(opened.read({reinterpret_cast<char*>(bytes.data()), bytes.size()}));
-    return bytes;
+    return opened.problem().empty() ? std::optional{std::move(bytes)} : std::nullopt;
 }
 
 std::optional<Verdict> RawPlace::classify(const Bytes& raw) const {
@@ -117,7 +125,7 @@ std::optional<Verdict> RawPlace::classify(const fs::path& file) const {
 }
 
 std::array<RawPlace, 2> rawPlacesBelow(const std::string& root) {
-    return {RawPlace{root, secondsInName, asItIs, summaryOfEvent},
+    return {RawPlace{root, secondsInName, asItIs, summaryOfSmallEvent},
             RawPlace{root + rawCperDirectory, secondsOfWriting, toSummary, summaryOfCper}};
 }
 
@@ -126,7 +134,11 @@ bool isCper(const fs::path& file) {
 }
 
 Content contentOf(const fs::path& file, std::span<const std::uint8_t> raw) {
-    return isCper(file) ? contentOfCper(raw) : contentOfEvent(raw);
+    if (isCper(file)) {
+        return contentOfCper(raw);
+    }
+    return raw.size() <= largestTree ? contentOfEvent(raw)
+                                     : Content{{}, "Too large for its words to be looked at\n"};
 }
 
 std::string partOf(const LogEntry& entry, const RawFiles& files) {

@@ -63,7 +63,8 @@ std::optional<std::vector<std::uint8_t>> readRawFile(const std::filesystem::path
 /** Whether a file is kept where CPERs are. */
 bool isCper(const std::filesystem::path& file);
 
-/** All that the file says, whose bytes these are. */
+/** All that the file says, whose bytes these are; of an event record of more than 256 KiB, that it
+ *  was not looked at. */
 Content contentOf(const std::filesystem::path& file, std::span<const std::uint8_t> raw);
 
 /** The part that the entry's record names, or else the device, and also where it is a guess. */

@@ -48,8 +48,9 @@ TEST_F(ChildRunner, TellsHowTheCommandEnded) {
          {"exit 0", noTimeout, 0, "|5 - STATUS 0"},
          {"exit 3", noTimeout, -1, "|5 - STATUS 300|3Returning FAILURE"},
          {"", noTimeout, -1, "|5Exec return: 2 -1|5 - STATUS fe00|3Returning FAILURE"}});
-    const auto ignored = R"(\|log 5 349 \w+: (Performing|Waiting)[^|]*|\|sleep 1|log | 349 \w+: |)"
-                         R"(PID [1-9]\d*|\\n)";
+    const auto* const ignored =
+        R"(\|log 5 349 \w+: (Performing|Waiting)[^|]*|\|sleep 1|log | 349 \w+: |)"
+        R"(PID [1-9]\d*|\\n)";
     for (const auto& [command, minutes, result, expected] : rows) {
         SCOPED_TRACE("'" + std::string{command} + "' for " + std::to_string(minutes));
         fail("late", minutes == 5 ? 0 : 1);

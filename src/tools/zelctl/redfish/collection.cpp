@@ -11,6 +11,7 @@
 
 #include <openssl/evp.h>
 
+#include <algorithm>
 #include <span>
 
 namespace tavrisk::tools {
@@ -73,12 +74,22 @@ bool hasRecord(const RawFiles& files) {
     return files.paths.size() == 1 && !files.isGuess() && isCper(files.paths.front());
 }
 
+/** Whether it is a path of a URI as it stands, from its root to no directory. */
+bool isUriPath(const std::string& path) {
+    constexpr std::string_view others{"-._~!$&'()*+,;=:@/"}; // RFC 3986
+    return path.starts_with('/') && !path.ends_with('/') && path.find("//") == std::string::npos &&
+           std::all_of(path.begin(), path.end(), [others](char c) {
+               return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                      others.find(c) != std::string_view::npos;
+           });
+}
+
 } // namespace
 
 LogEntryCollection::LogEntryCollection(const Arguments& arguments)
     : path_{arguments.value("base").value_or("/redfish/v1/Managers/HMC/LogServices/ZEL/Entries")} {
-    if (!path_.starts_with('/') || path_.ends_with('/')) {
-        failUsage("--base takes a path that begins with '/' and does not end with it, not '" +
+    if (!isUriPath(path_)) {
+        failUsage("--base takes a path of a URI, from '/' on and with no '/' at its end, not '" +
                   path_ + "'");
     }
 }

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/zelctl/report/archive.hpp"
 
-#include "tools/common/failure.hpp"
 #include "tools/common/running_digest.hpp"
 
 #include <algorithm>
@@ -14,7 +13,6 @@ namespace tavrisk::tools {
 namespace {
 
 constexpr std::size_t blockSize = 512;
-constexpr std::int64_t largestNumber = 077777777777; // eleven octal digits
 
 struct Field {
     std::size_t at;
@@ -72,7 +70,7 @@ void Archive::putHeader(char type, const std::string& name, std::int64_t size, s
     header.set(userField, 0);
     header.set(groupField, 0);
     header.set(sizeField, size);
-    header.set(timeField, std::clamp<std::int64_t>(time, 0, largestNumber));
+    header.set(timeField, std::clamp<std::int64_t>(time, 0, largestFile));
     header.setType(type);
     header.set(magicField, std::string_view{"ustar\00000", magicField.size});
     sink_(header.finish());
@@ -91,12 +89,9 @@ void Archive::fillBlock(std::int64_t size) {
     sink_({zeros.data(), beyond == 0 ? 0 : blockSize - beyond});
 }
 
-Archived Archive::add(const std::string& name, const RegularFile& file) {
+Archived Archive::add(const std::string& name, RegularFile& file) {
     const auto whole = top_ + "/" + name;
     const auto size = std::int64_t{file.status().st_size};
-    if (size > largestNumber) {
-        throw Failure{Exit::failed, whole + " is too large for the archive"};
-    }
     if (whole.size() > nameField.size) {
         putName(whole);
     }
@@ -112,7 +107,7 @@ Archived Archive::add(const std::string& name, const RegularFile& file) {
         left -= part.size();
     }
     fillBlock(size);
-    return {size, digest.finish(), file.hasChanged()};
+    return {size, digest.finish(), file.hasChanged(), file.problem()};
 }
 
 void Archive::finish() {

@@ -15,17 +15,21 @@ struct Archived {
     std::int64_t size = 0;
     std::string digest; // SHA-512 of what the archive has
     bool hasChanged = false;
+    std::string problem; // why its end could not be read
 };
 
 /** A tar archive in the making, in POSIX's form (ustar), with GNU's of long names. */
 class Archive {
 public:
     using Sink = std::function<void(std::string_view)>;
+    static constexpr std::int64_t largestFile = 077777777777; // eleven octal digits
+
     /** All files are put below the directory `top`. */
     Archive(Sink sink, std::string top);
 
-    /** As many bytes as the file has now: zeros for those that are gone when they are read. */
-    Archived add(const std::string& name, const RegularFile& file);
+    /** As many bytes as the file has now, at most `largestFile`: zeros for those that are gone when
+     *  they are read, or cannot be. */
+    Archived add(const std::string& name, RegularFile& file);
     /** Behind the last file. */
     void finish();
 

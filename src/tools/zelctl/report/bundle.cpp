@@ -3,6 +3,7 @@
 
 #include "contract/places.hpp"
 #include "platform/config.hpp"
+#include "tools/common/failure.hpp"
 #include "tools/common/output.hpp"
 #include "tools/zelctl/commands.hpp"
 #include "tools/zelctl/condition.hpp"
@@ -78,7 +79,13 @@ public:
           gzip_{target.descriptor},
           archive_{[this](std::string_view bytes) { gzip_.write(bytes); }, topName()} {}
 
-    void add(const std::string& name, Spool& bytes) { add(name, RegularFile{bytes.reopen()}, ""); }
+    void add(const std::string& name, Spool& bytes) {
+        RegularFile file{bytes.reopen()};
+        if (file.status().st_size > Archive::largestFile) {
+            throw Failure{Exit::failed, name + " is too large for a bundle"};
+        }
+        add(name, file, "");
+    }
 
     void add(const std::string& name, const std::string& text) {
         Spool spool{target_.path};
@@ -103,13 +110,36 @@ public:
         addFile(placeOf(path.substr(0, slash)) + name, path);
     }
 
-    /** Or notes why it could not be read. */
+    /** Or notes why it is left out. */
     void addFile(const std::string& name, const std::string& path) {
-        const RegularFile file{path};
-        if (file.problem().empty()) {
+        RegularFile file{path};
+        if (!file.problem().empty()) {
+            noteLeftOut(path, file.problem());
+        } else if (file.status().st_size > Archive::largestFile) {
+            noteLeftOut(path, "it is too large");
+        } else {
             add(name, file, path);
         }
-        noteLeftOut(path, file.problem());
+    }
+
+    /** The debug log and the one before it, where they are. */
+    void addDebugLogs() {
+        for (const std::string rotated : {"", ".1"}) {
+            const auto path = platform::debugLogPath + rotated;
+            if (!RegularFile{path}.isMissing()) {
+                addFile("debug.log" + rotated, path);
+            }
+        }
+    }
+
+    void noteLeftOut(const std::string& path, const std::string& problem) {
+        if (problem.empty()) {
+            return;
+        }
+        Json::Value row;
+        row["from"] = path;
+        row["problem"] = problem;
+        leftOut_.append(row);
     }
 
     /** The list of all files, and that in the form of sha512sum. */
@@ -124,23 +154,13 @@ public:
     }
 
 private:
-    void noteLeftOut(const std::string& path, const std::string& problem) {
-        if (problem.empty()) {
-            return;
-        }
-        Json::Value row;
-        row["from"] = path;
-        row["problem"] = problem;
-        leftOut_.append(row);
-    }
-
     static std::string placeOf(const std::string& directory) {
         const bool isCache = directory.starts_with(dataRoot);
         return std::string{isCache ? "raw/cache/" : "raw/store/"} +
                (directory.ends_with(rawCperDirectory) ? rawCperDirectory : "");
     }
 
-    void add(const std::string& name, const RegularFile& file, const std::string& from) {
+    void add(const std::string& name, RegularFile& file, const std::string& from) {
         const auto archived = archive_.add(name, file);
         Json::Value row;
         row["name"] = name;
@@ -149,6 +169,9 @@ private:
         if (!from.empty()) {
             row["from"] = from;
             row["changedWhileRead"] = archived.hasChanged;
+        }
+        if (!archived.problem.empty()) {
+            row["problem"] = archived.problem;
         }
         files_.append(row);
         sums_ += archived.digest + "  " + name + "\n";
@@ -183,12 +206,8 @@ void pack(const Target& target, Spool& page, const Shown& shown, const Log& log,
     for (const auto& path : shown.rawFiles) {
         bundle.addRawFile(path);
     }
-    const std::string debugLog{platform::debugLogPath};
-    for (const std::string rotated : {"", ".1"}) {
-        if (access((debugLog + rotated).c_str(), F_OK) == 0) {
-            bundle.addFile("debug.log" + rotated, debugLog + rotated);
-        }
-    }
+    bundle.noteLeftOut("raw files", shown.unreadable);
+    bundle.addDebugLogs();
     bundle.finish();
 }
 

@@ -17,8 +17,6 @@ public:
     explicit Entries(Html& html) : html_{html} {}
 
     void put(const LogEntry& entry, const RawFiles& found);
-    /** The raw files of all, and the entries that show them. */
-    [[nodiscard]] const std::map<std::string, std::int64_t>& rawFiles() const { return shownAt_; }
 
 private:
     void putFacts(const LogEntry& entry);
@@ -26,7 +24,7 @@ private:
     void putRecord(const std::string& path);
 
     Html& html_;
-    std::map<std::string, std::int64_t> shownAt_;
+    std::map<std::string, std::int64_t> shownAt_; // raw files, and the entries that show them
 };
 
 /** A row of a table of facts. */

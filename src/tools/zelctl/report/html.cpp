@@ -47,7 +47,7 @@ std::string withoutNonCharacters(std::string text) {
 } // namespace
 
 Html& Html::put(const std::string& text) {
-    return putBytes(escaped(withoutNonCharacters(harmless(text))));
+    return putBytes(escaped(withoutNonCharacters(harmlessInFile(text))));
 }
 
 Html& Html::putBytes(std::string_view bytes) {
@@ -72,10 +72,11 @@ std::string beginningOf(std::string_view text, std::size_t most) {
     const auto isInCharacter = [&text](std::size_t at) {
         return (static_cast<unsigned char>(text[at]) & 0xc0U) == 0x80;
     };
-    while (most > 0 && isInCharacter(most)) {
-        --most;
+    auto end = most;
+    while (most - end < 3 && end > 0 && isInCharacter(end)) { // No character is longer.
+        --end;
     }
-    return std::string{text.substr(0, most)} + " ...";
+    return std::string{text.substr(0, end)} + " ...";
 }
 
 } // namespace tavrisk::tools

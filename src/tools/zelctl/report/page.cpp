@@ -17,8 +17,8 @@
 #include <algorithm>
 #include <array>
 #include <fstream>
+#include <functional>
 #include <map>
-#include <set>
 #include <utility>
 #include <vector>
 
@@ -35,18 +35,16 @@ struct Part {
 
 struct Overview {
     std::int64_t matching = 0;
-    std::int64_t newest = 0; // what comes later is not in this report
     SeverityCounts counts{};
     std::map<std::string, Part> parts;
     std::vector<std::pair<TimePoint, Severity>> times;
     std::int64_t ofUnsetClock = 0;
 };
 
-Overview overviewOf(const LogReader& reader, const Filter& filter, RawFileIndex& index) {
-    Overview overview;
-    overview.newest = reader.highest();
-    reader.forEach(filter, true, [&overview, &index](const LogEntry& entry) {
-        if (entry.sequence > overview.newest) {
+void survey(Overview& overview, const LogReader& reader, const Filter& filter, std::int64_t newest,
+            RawFileIndex& index) {
+    reader.forEach(filter, true, [&overview, &index, newest](const LogEntry& entry) {
+        if (entry.sequence > newest) {
             return false;
         }
         const auto severity = placeOf(entry.severity());
@@ -63,7 +61,6 @@ Overview overviewOf(const LogReader& reader, const Filter& filter, RawFileIndex&
         }
         return true;
     });
-    return overview;
 }
 
 constexpr Markup head =
@@ -199,51 +196,82 @@ void putParts(Html& html, const Overview& overview) {
     }
 }
 
-/** Returns the raw files of those shown. */
-std::set<std::string> putEntries(Html& html, const LogReader& reader, const Filter& filter,
-                                 const Overview& overview, RawFileIndex& index, std::int64_t most) {
-    Entries entries{html};
+void putCount(Html& html, const Overview& overview, std::int64_t most) {
     html << "<h2>Entries, newest first</h2>\n<p>" << countsText(overview.counts) << ".";
     if (most < overview.matching) {
         html << " " << countText(overview.matching - most, "older one is", "older ones are")
              << " not shown.";
     }
     html << "</p>\n";
-    reader.forEach(filter, false, [&](const LogEntry& entry) {
-        if (entry.sequence <= overview.newest) {
-            entries.put(entry, index.find(entry));
-            --most;
-        }
-        return most > 0;
-    });
-    std::set<std::string> paths;
-    for (const auto& [path, shownAt] : entries.rawFiles()) {
-        paths.insert(path);
-    }
-    return paths;
 }
 
-void putLog(Html& html, const Log& log, const Arguments& arguments, Shown& shown) {
-    auto filter = filterOf(arguments);
-    const Completeness completeness{log.path()}; // before the log is opened
-    const auto reader = log.open();
-    putHealth(html, log.path(), reader ? reader->health() : Health{});
-    if (!reader) {
-        return;
+/** Puts what can be read of a log, part by part: one that cannot be read leaves the others. */
+class LogPart {
+public:
+    LogPart(Html& html, const Log& log, const Arguments& arguments, Shown& shown)
+        : html_{html}, log_{log}, arguments_{arguments}, shown_{shown} {}
+
+    void put() {
+        const Completeness completeness{log_.path()}; // before the log is opened
+        std::optional<LogReader> reader;
+        attempt([&] { reader = log_.open(); });
+        if (reader) {
+            put(*reader, completeness);
+        } else if (shown_.problem.empty()) {
+            putHealth(html_, log_.path(), {});
+        }
     }
-    resolveBoot(filter, *reader);
-    if (isFiltered(arguments)) {
-        html << "<p>Only some entries were asked for; what follows is of these.</p>\n";
+
+private:
+    void put(const LogReader& reader, const Completeness& completeness) {
+        auto filter = filterOf(arguments_);
+        attempt([&] { putHealth(html_, log_.path(), reader.health()); });
+        attempt([&] { resolveBoot(filter, reader); });
+        attempt([&] { shown_.newest = reader.highest(); });
+        if (isFiltered(arguments_)) {
+            html_ << "<p>Only some entries were asked for; what follows is of these.</p>\n";
+        }
+        attempt([&] { putMissed(html_, reader, filter, completeness); });
+        RawFileIndex index;
+        Overview overview;
+        attempt([&] { survey(overview, reader, filter, shown_.newest, index); });
+        putTimes(html_, overview);
+        putParts(html_, overview);
+        auto most = limitOf(arguments_).value_or(mostEntries);
+        putCount(html_, overview, most);
+        attempt([&] { putEntries(reader, filter, index, most); });
     }
-    putMissed(html, *reader, filter, completeness);
-    RawFileIndex index;
-    const auto overview = overviewOf(*reader, filter, index);
-    putTimes(html, overview);
-    putParts(html, overview);
-    shown.newest = overview.newest;
-    shown.rawFiles = putEntries(html, *reader, filter, overview, index,
-                                limitOf(arguments).value_or(mostEntries));
-}
+
+    void putEntries(const LogReader& reader, const Filter& filter, RawFileIndex& index,
+                    std::int64_t most) {
+        Entries entries{html_};
+        reader.forEach(filter, false, [&](const LogEntry& entry) {
+            if (entry.sequence <= shown_.newest) {
+                const auto files = index.find(entry);
+                shown_.unreadable = files.unreadable;
+                shown_.rawFiles.insert(files.paths.begin(), files.paths.end());
+                entries.put(entry, files);
+                --most;
+            }
+            return most > 0;
+        });
+    }
+
+    /** Says on the page, where it stands, what cannot be read. */
+    void attempt(const std::function<void()>& work) {
+        const auto problem = problemOfReading(work);
+        if (!problem.empty()) {
+            html_ << "<p class=\"critical\">Here something of the log could not be read: "
+                  << problem << "</p>\n";
+            shown_.problem = shown_.problem.empty() ? problem : shown_.problem;
+        }
+    }
+
+    Html& html_;
+    const Log& log_;
+    const Arguments& arguments_;
+    Shown& shown_;
+};
 
 } // namespace
 
@@ -253,11 +281,7 @@ Shown putPage(Html& html, const Log& log, const Arguments& arguments) {
     putMachine(html);
     html << "<h2>Health of the log</h2>\n";
     putVerdict(html, conditionOf(log, {}));
-    shown.problem = problemOfReading([&] { putLog(html, log, arguments, shown); });
-    if (!shown.problem.empty()) {
-        html << "<p class=\"critical\">Here the log could not be read any further: "
-             << shown.problem << "</p>\n";
-    }
+    LogPart{html, log, arguments, shown}.put();
     html << "</body></html>\n";
     return shown;
 }

@@ -14,7 +14,8 @@ namespace tavrisk::tools {
 struct Shown {
     std::int64_t newest = INT64_MAX;  // entries that came later are not looked at
     std::set<std::string> rawFiles{}; // of the entries that it shows
-    std::string problem{};            // why the log could not be read, or not to its end
+    std::string unreadable{};         // where there may be more of them, and why
+    std::string problem{};            // why the log could not be read, or not all of it
 };
 
 /** Writes a page of the entries that are asked for; of a log that cannot be read, what is known of

@@ -5,17 +5,28 @@
 #include "tools/zelctl/report/page.hpp"
 #include "tools/zelctl/report/spool.hpp"
 
+#include <filesystem>
 #include <optional>
+#include <system_error>
 
 namespace tavrisk::tools {
 namespace {
+
+/** Where the file is, by whichever name. */
+std::filesystem::path canonicalPath(const std::filesystem::path& file) {
+    std::error_code unknown; // told when it is opened
+    return std::filesystem::weakly_canonical(file.has_parent_path() ? file.parent_path() : ".",
+                                             unknown) /
+           file.filename();
+}
 
 void check(const std::optional<std::string>& page, const std::optional<std::string>& bundle) {
     if (!page && !bundle) {
         failUsage(
             "report needs --to=FILE.html, --bundle=FILE.tar.gz or both; - is standard output");
     }
-    if (page.value_or("?").empty() || bundle.value_or("?").empty() || page == bundle) {
+    if (page.value_or("?").empty() || bundle.value_or("?").empty() ||
+        (page && bundle && canonicalPath(*page) == canonicalPath(*bundle))) {
         failUsage("--to and --bundle need a FILE each");
     }
 }

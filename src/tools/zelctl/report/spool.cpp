@@ -23,7 +23,8 @@ std::string templateOf(const std::string& beside) {
         return beside + ".XXXXXX";
     }
     const char* const chosen = std::getenv("TMPDIR"); // NOLINT(concurrency-mt-unsafe)
-    return std::string{chosen != nullptr ? chosen : "/tmp"} + "/zelctl.XXXXXX";
+    const bool isSet = chosen != nullptr && *chosen != '\0';
+    return std::string{isSet ? chosen : "/tmp"} + "/zelctl.XXXXXX";
 }
 
 } // namespace
