@@ -18,7 +18,7 @@
 namespace tavrisk {
 namespace {
 
-constexpr auto logName = "checkRedfishData";
+constexpr auto classifierLogName = "checkRedfishData";
 
 constexpr std::string_view platformError = "Platform.1.0.PlatformError";
 
@@ -90,17 +90,17 @@ std::string deviceName(const JsonOutline& record, const JsonName& messageId) {
 /** Fills the verdict in step by step: when a member of the wrong type raises, the severity that is
  *  known by then stays in it. */
 void judge(const JsonOutline& record, Verdict& verdict) {
-    diag_log(LOG_USER, LOG_DEBUG, "%s:  parsing JSON", logName);
+    diag_log(LOG_USER, LOG_DEBUG, "%s:  parsing JSON", classifierLogName);
     verdict.severity = Severity::other;
     if (const char* why = whyNotReportable(record)) {
         verdict.reason = why;
         return;
     }
-    diag_log(LOG_USER, LOG_DEBUG, "%s: Entry parsing JSON", logName);
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Entry parsing JSON", classifierLogName);
 
     const bool critical = isCritical(record);
     if (critical) {
-        diag_log(LOG_USER, LOG_DEBUG, "%s: Critical parsing JSON", logName);
+        diag_log(LOG_USER, LOG_DEBUG, "%s: Critical parsing JSON", classifierLogName);
     }
     verdict.severity = critical ? Severity::critical : Severity::warning;
     const auto messageId = record.name(JsonOutline::messageId);
@@ -127,7 +127,7 @@ Verdict classify(std::span<const std::uint8_t> record) {
             verdict.reason = e.what();
         }
     }
-    diag_log(LOG_USER, LOG_WARNING, "%s: Failed parsing JSON", logName);
+    diag_log(LOG_USER, LOG_WARNING, "%s: Failed parsing JSON", classifierLogName);
     return verdict;
 }
 

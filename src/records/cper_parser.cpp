@@ -25,7 +25,7 @@ const std::map<std::int32_t, std::string> cperSeverityNames{
 
 namespace {
 
-constexpr auto logName = "nvCperParse";
+constexpr auto parserLogName = "nvCperParse";
 
 using Bytes = std::span<const std::uint8_t>;
 
@@ -55,12 +55,12 @@ std::string hexText(Bytes bytes) {
  *  record that begins four bytes later; on purpose, no signature is looked for there. */
 Bytes findBase(Bytes record) {
     const auto signature = rawText(record.first(signatureSize));
-    diag_log(LOG_USER, LOG_DEBUG, "%s: %x %x %x %x", logName, unsigned{record[0]},
+    diag_log(LOG_USER, LOG_DEBUG, "%s: %x %x %x %x", parserLogName, unsigned{record[0]},
              unsigned{record[1]}, unsigned{record[2]}, unsigned{record[3]});
     if (signature == "CPER") {
         return record;
     }
-    diag_log(LOG_USER, LOG_DEBUG, "%s: CPER signature %sassumed to be 4 bytes later", logName,
+    diag_log(LOG_USER, LOG_DEBUG, "%s: CPER signature %sassumed to be 4 bytes later", parserLogName,
              signature.c_str());
     return record.subspan(leadingBytes);
 }
@@ -69,8 +69,8 @@ void logHeader(Header header) {
     const auto revision = rawText(field<4, 2>(header));
     const auto sectionCount = rawText(field<10, 2>(header));
     const auto signature = rawText(field<0, signatureSize>(header));
-    diag_log(LOG_USER, LOG_DEBUG, "%s: Parsing data R %s,sc %s, sig %s", logName, revision.c_str(),
-             sectionCount.c_str(), signature.c_str());
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Parsing data R %s,sc %s, sig %s", parserLogName,
+             revision.c_str(), sectionCount.c_str(), signature.c_str());
 }
 
 /** Read like decimal digits on purpose: a stored 258, bytes 02 01, counts as 12. */
@@ -88,8 +88,9 @@ bool isRecognised(const std::string& sectionType) {
 void summariseSection(const CperSectionDescriptor& descriptor, std::int32_t count,
                       Json::Value& summary) {
     const auto type = hexText(descriptor.sectionType);
-    diag_log(LOG_USER, LOG_DEBUG, "%s: Prsing data offset %d, len %d ,sc %d, temp %s", logName,
-             descriptor.sectionOffset, descriptor.sectionLength, count, type.c_str());
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Prsing data offset %d, len %d ,sc %d, temp %s",
+             parserLogName, descriptor.sectionOffset, descriptor.sectionLength, count,
+             type.c_str());
     if (!isRecognised(type)) {
         return;
     }

@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr auto logName = "SignIt";
+constexpr auto digestLogName = "SignIt";
 
 constexpr std::size_t digestSize = 64;
 constexpr std::size_t digestTextLength = 2 * digestSize;
@@ -45,12 +45,12 @@ EVP_MD_CTX* begin() {
 }
 
 bool computeSha512(std::span<const std::uint8_t> bytes, Digest& digest) {
-    diag_log(LOG_USER, LOG_DEBUG, "%s: Message: %s", logName, "512 INIT");
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Message: %s", digestLogName, "512 INIT");
     auto* const context = begin();
-    diag_log(LOG_USER, LOG_DEBUG, "%s: Message: %s", logName, "512 UPDATE");
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Message: %s", digestLogName, "512 UPDATE");
     const bool good =
         context != nullptr && EVP_DigestUpdate(context, bytes.data(), bytes.size()) == 1;
-    diag_log(LOG_USER, LOG_DEBUG, "%s: Message: %s", logName, "512 FINAL");
+    diag_log(LOG_USER, LOG_DEBUG, "%s: Message: %s", digestLogName, "512 FINAL");
     return good && EVP_DigestFinal_ex(context, digest.data(), nullptr) == 1;
 }
 
@@ -65,7 +65,7 @@ std::string toText(const Digest& digest) {
 }
 
 void logWantOfMemory() {
-    diag_log(LOG_USER, LOG_WARNING, "%s: Failed to allocate memory", logName);
+    diag_log(LOG_USER, LOG_WARNING, "%s: Failed to allocate memory", digestLogName);
 }
 
 } // namespace
@@ -78,18 +78,19 @@ void tavrisk::prepareDigests() {
 
 std::optional<std::string> tavrisk::sha512Text(std::span<const std::uint8_t> bytes) {
     if (bytes.empty()) {
-        diag_log(LOG_USER, LOG_WARNING, "%s: Invalid parameters", logName);
+        diag_log(LOG_USER, LOG_WARNING, "%s: Invalid parameters", digestLogName);
         return std::nullopt;
     }
     Digest digest{};
     if (!computeSha512(bytes, digest)) {
-        diag_log(LOG_USER, LOG_WARNING, "%s: Failed to compute hash", logName);
+        diag_log(LOG_USER, LOG_WARNING, "%s: Failed to compute hash", digestLogName);
         return std::nullopt;
     }
-    diag_log(LOG_USER, LOG_DEBUG, "%s: SignIt: (%s)", logName, "Memcpy");
+    diag_log(LOG_USER, LOG_DEBUG, "%s: SignIt: (%s)", digestLogName, "Memcpy");
     try {
         auto text = toText(digest);
-        diag_log(LOG_USER, LOG_DEBUG, "%s: SignIt: (%s): (%s)", logName, "Done", text.c_str());
+        diag_log(LOG_USER, LOG_DEBUG, "%s: SignIt: (%s): (%s)", digestLogName, "Done",
+                 text.c_str());
         return text;
     } catch (const std::bad_alloc&) {
         logWantOfMemory();

@@ -109,15 +109,15 @@ std::int32_t submit(const Submission& submission) {
     return status;
 }
 
-constexpr auto logName = "tavrisk_generate_event";
+constexpr auto submissionLogName = "tavrisk_generate_event";
 
 void report(const tavrisk::CatalogueMessage& message, const char* device,
             const std::vector<std::string>& arguments, std::uint32_t severity) {
     const auto status = tavrisk_raise_event(message.messageId, message.text, arguments, severity);
     if (status != 0) {
         // The leading blank is part of the message.
-        diag_log(LOG_USER, LOG_WARNING, " %s: Failed to log OSKA Message %d (rc = %d)\n", logName,
-                 message.event, status);
+        diag_log(LOG_USER, LOG_WARNING, " %s: Failed to log OSKA Message %d (rc = %d)\n",
+                 submissionLogName, message.event, status);
     }
     diag_log(LOG_USER, LOG_DEBUG, message.text, device);
 }
@@ -126,9 +126,10 @@ void report(const tavrisk::CatalogueMessage& message, const char* device,
 
 std::int32_t tavrisk_generate_event(std::int32_t event, void* /*handle*/, const char* device,
                                     std::uint32_t severity) {
-    diag_log(LOG_USER, LOG_DEBUG, "%s(): entering.\n", logName);
+    diag_log(LOG_USER, LOG_DEBUG, "%s(): entering.\n", submissionLogName);
     if (device == nullptr) {
-        diag_log(LOG_USER, LOG_WARNING, "%s: Invalid device name: %s\n", logName, "(null)");
+        diag_log(LOG_USER, LOG_WARNING, "%s: Invalid device name: %s\n", submissionLogName,
+                 "(null)");
         return -1;
     }
 

@@ -22,7 +22,7 @@
 
 namespace {
 
-constexpr auto logName = "zel_wux_fault_logging_thread";
+constexpr auto workerLogName = "zel_wux_fault_logging_thread";
 
 // The blocks below are read by libkelp at fixed offsets.
 static_assert(sizeof(void*) == 8, "libkelp's blocks hold 64-bit pointers");
@@ -63,7 +63,7 @@ void report(const tavrisk::Event& event, tavrisk::Severity severity) {
     const InitialisationBlock block{.client = &client};
     void* opened = nullptr;
     if (const auto result = kelpc_initialize(&opened, &block)) {
-        diag_log(LOG_USER, LOG_WARNING, "%s : kelpc_initialize failed, rc = %d \n", logName,
+        diag_log(LOG_USER, LOG_WARNING, "%s : kelpc_initialize failed, rc = %d \n", workerLogName,
                  result);
         return;
     }
@@ -71,8 +71,8 @@ void report(const tavrisk::Event& event, tavrisk::Severity severity) {
 
     if (const auto result = tavrisk_generate_event(event.number, store.handle(),
                                                    event.device.c_str(), code(severity))) {
-        diag_log(LOG_USER, LOG_WARNING, "%s : tavrisk_generate_event failed, rc = %d \n", logName,
-                 result);
+        diag_log(LOG_USER, LOG_WARNING, "%s : tavrisk_generate_event failed, rc = %d \n",
+                 workerLogName, result);
     }
 }
 
@@ -89,7 +89,7 @@ void zel_wux_fault_logging_thread(std::vector<std::uint8_t> eventData) {
         }
     } catch (const std::exception& e) {
         // One event is lost for want of memory; the daemon is not.
-        diag_log(LOG_USER, LOG_WARNING, "%s : event dropped: %s\n", logName, e.what());
+        diag_log(LOG_USER, LOG_WARNING, "%s : event dropped: %s\n", workerLogName, e.what());
     }
 }
 

@@ -19,8 +19,6 @@ namespace {
 constexpr auto timeoutName = "system_call_timeout";
 constexpr auto waitName = "system_call_wait";
 
-constexpr unsigned secondsPerMinute = 60;
-
 [[noreturn]] void performWithTimeout(const char* path, char* const* arguments) {
     tavrisk::enterChild();
     diag_log(LOG_USER, LOG_DEBUG, "%s: Performing %s %s %s\n", timeoutName, path, arguments[1],
@@ -116,7 +114,7 @@ void endCommand(pid_t child) {
 } // namespace
 
 int system_call_timeout(const char* path, char* const* arguments, std::uint32_t minutes) {
-    std::uint32_t budget = minutes * secondsPerMinute;
+    std::uint32_t budget = minutes * 60;
     const pid_t child = tavrisk::ForkGate::fork();
     if (child == 0) {
         performWithTimeout(path, arguments);

@@ -12,7 +12,7 @@ namespace tavrisk {
 namespace {
 
 // The loop's messages go under the name of the function whose body it is.
-constexpr auto logName = "main";
+constexpr auto loopLogName = "main";
 
 } // namespace
 
@@ -25,13 +25,13 @@ void serveUntilFailureBudgetIsSpent(sdbusplus::bus::bus& bus) {
             bus.wait();
         } catch (...) {
             dropCarriedException();
-            diag_log(LOG_USER, LOG_DEBUG, "[%s:%d] failed processing messages [%d]", logName,
+            diag_log(LOG_USER, LOG_DEBUG, "[%s:%d] failed processing messages [%d]", loopLogName,
                      __LINE__, budget);
             sleep(1);
             --budget;
         }
     }
-    diag_log(LOG_USER, LOG_WARNING, "[%s:%d] failed processing messages [%d], exiting", logName,
+    diag_log(LOG_USER, LOG_WARNING, "[%s:%d] failed processing messages [%d], exiting", loopLogName,
              __LINE__, budget);
 }
 

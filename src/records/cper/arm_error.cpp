@@ -10,7 +10,7 @@ namespace {
 
 using namespace show;
 
-constexpr auto transactionTypes = std::to_array<Name>({
+constexpr auto armTransactionTypes = std::to_array<Name>({
     {0, "instruction"},
     {1, "data access"},
     {2, "generic"},
@@ -40,13 +40,13 @@ constexpr auto tlbOperations = std::to_array<Name>({
     {7, "local management"},
     {8, "external management"},
 });
-constexpr auto participations = std::to_array<Name>({
+constexpr auto armParticipations = std::to_array<Name>({
     {0, "originated"},
     {1, "responded"},
     {2, "observed"},
     {3, "generic"},
 });
-constexpr auto addressSpaces = std::to_array<Name>({
+constexpr auto armAddressSpaces = std::to_array<Name>({
     {0, "external memory"},
     {1, "internal memory"},
     {3, "device memory"},
@@ -55,7 +55,7 @@ constexpr auto accessModes = std::to_array<Name>({{0, "secure"}, {1, "normal"}})
 
 // "Corrected" where an IA32/X64 processor has "uncorrected".
 constexpr auto cacheError = std::to_array<Field>({
-    {16, 2, "Transaction type", 0, transactionTypes},
+    {16, 2, "Transaction type", 0, armTransactionTypes},
     {18, 4, "Operation", 1, cacheOperations},
     {22, 3, "Level", 2},
     {25, 1, "Context corrupt", 3},
@@ -64,7 +64,7 @@ constexpr auto cacheError = std::to_array<Field>({
     {28, 1, "Restartable PC", 6},
 });
 constexpr auto tlbError = std::to_array<Field>({
-    {16, 2, "Transaction type", 0, transactionTypes},
+    {16, 2, "Transaction type", 0, armTransactionTypes},
     {18, 4, "Operation", 1, tlbOperations},
     {22, 3, "Level", 2},
     {25, 1, "Context corrupt", 3},
@@ -73,16 +73,16 @@ constexpr auto tlbError = std::to_array<Field>({
     {28, 1, "Restartable PC", 6},
 });
 constexpr auto busError = std::to_array<Field>({
-    {16, 2, "Transaction type", 0, transactionTypes},
+    {16, 2, "Transaction type", 0, armTransactionTypes},
     {18, 4, "Operation", 1, busOperations},
     {22, 3, "Level", 2},
     {25, 1, "Context corrupt", 3},
     {26, 1, "Corrected", 4},
     {27, 1, "Precise PC", 5},
     {28, 1, "Restartable PC", 6},
-    {29, 2, "Participation", 7, participations},
+    {29, 2, "Participation", 7, armParticipations},
     {31, 1, "Timed out", 8},
-    {32, 2, "Address space", 9, addressSpaces},
+    {32, 2, "Address space", 9, armAddressSpaces},
     {34, 9, "Memory attributes", 10, {}, Kind::hex},
     {43, 1, "Access mode", 11, accessModes},
 });
@@ -145,7 +145,7 @@ constexpr auto errorFlags = std::to_array<Field>({
 });
 constexpr std::int8_t informationBit = 2;
 // The type and the error information depend on each other and are read apart.
-constexpr auto errorRows = std::to_array<Row>({
+constexpr auto armErrorRows = std::to_array<Row>({
     {0, 1, "Version", always, number},
     {1, 1, "Length", always, number},
     {5, 2, "Multiple error", 0, oneOf(multipleNames, "count")},
@@ -154,11 +154,11 @@ constexpr auto errorRows = std::to_array<Row>({
     {24, 8, "Physical fault address", 4, hex},
 });
 constexpr auto informationName = std::to_array<Name>({{informationBit, "Error information"}});
-constexpr Table errorTable{.rows = errorRows,
-                           .size = least,
-                           .validOffset = 2,
-                           .validWidth = 2,
-                           .moreValid = informationName};
+constexpr Table armErrorTable{.rows = armErrorRows,
+                              .size = least,
+                              .validOffset = 2,
+                              .validWidth = 2,
+                              .moreValid = informationName};
 
 /** With version 1 the bits of the type byte begin at 0. */
 Encoding encodingOf(Bytes error, Encoding encodingOfSection) {
@@ -167,7 +167,7 @@ Encoding encodingOf(Bytes error, Encoding encodingOfSection) {
 
 void addError(Bytes error, Encoding encoding, List& list, Findings& findings) {
     Object object;
-    interpret(errorTable, error, object.members, findings);
+    interpret(armErrorTable, error, object.members, findings);
     unsigned kinds = 0;
     if (const auto type = numberAt(error, typeOffset, 1)) {
         kinds = kindsOf(static_cast<std::uint8_t>(*type), encoding);

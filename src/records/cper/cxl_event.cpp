@@ -10,7 +10,7 @@ namespace {
 
 using namespace show;
 
-constexpr auto deviceRows = std::to_array<Row>({
+constexpr auto cxlEventDeviceRows = std::to_array<Row>({
     {0, 2, "Vendor", always, hex},
     {2, 2, "Device", always, hex},
     {4, 1, "Function", always, number},
@@ -19,27 +19,30 @@ constexpr auto deviceRows = std::to_array<Row>({
     {7, 2, "Segment", always, number},
     {9, 2, "Slot", always, number.bits(3, 13)},
 });
-constexpr Table deviceTable{.rows = deviceRows, .size = 12};
+constexpr Table cxlEventDeviceTable{.rows = cxlEventDeviceRows, .size = 12};
 
-constexpr std::int8_t logBit = 2;
-constexpr auto rows = std::to_array<Row>({
+constexpr std::int8_t cxlEventLogBit = 2;
+constexpr auto cxlEventRows = std::to_array<Row>({
     {0, 4, "Length", always, number},
-    {12, 12, "Device ID", 0, part(deviceTable)},
+    {12, 12, "Device ID", 0, part(cxlEventDeviceTable)},
     {24, 8, "Serial number", 1, hex},
 });
-constexpr auto logName = std::to_array<Name>({{logBit, "Event log"}});
-constexpr Table table{
-    .rows = rows, .size = 32, .validOffset = 4, .validWidth = 8, .moreValid = logName};
+constexpr auto cxlEventLogName = std::to_array<Name>({{cxlEventLogBit, "Event log"}});
+constexpr Table cxlEventTable{.rows = cxlEventRows,
+                              .size = 32,
+                              .validOffset = 4,
+                              .validWidth = 8,
+                              .moreValid = cxlEventLogName};
 constexpr std::size_t shift = 16;
 
-constexpr auto severities = std::to_array<Name>({
+constexpr auto eventSeverities = std::to_array<Name>({
     {0, "informational"},
     {1, "warning"},
     {2, "failure"},
     {3, "fatal"},
 });
 constexpr auto eventFlags = std::to_array<Field>({
-    {0, 2, "Severity", always, severities},
+    {0, 2, "Severity", always, eventSeverities},
     {2, 1, "permanent"},
     {3, 1, "maintenance needed"},
     {4, 1, "performance degraded"},
@@ -236,9 +239,9 @@ constexpr Table mldPortTable{.rows = mldPortRows, .size = 0x80};
 
 /** The event record, of which only the common part is known without a table for the rest. */
 std::size_t addEvent(Bytes body, const Table* event, Nodes& nodes, Findings& findings) {
-    body = upToStated(body, numberOr0(body, 0, 4), table.size, findings);
-    if (!isSet(numberOr0(body, 4, 8), logBit)) {
-        return table.size;
+    body = upToStated(body, numberOr0(body, 0, 4), cxlEventTable.size, findings);
+    if (!isSet(numberOr0(body, 4, 8), cxlEventLogBit)) {
+        return cxlEventTable.size;
     }
     const auto record = cut(body, shift);
     Object object;
@@ -299,27 +302,27 @@ Described describeEventOf(const Node* body) {
 } // namespace
 
 constexpr SectionKind cxlGeneralMedia{"fbcd0a77-c260-417f-85a9-088b1621eba6",
-                                      "CXL component event: general media", &table,
+                                      "CXL component event: general media", &cxlEventTable,
                                       addEventOf<&mediaTable>, describeEventOf<&cxlGeneralMedia>};
 constexpr SectionKind cxlDram{"601dcbb3-9c06-4eab-b8af-4e9bfb5c9624", "CXL component event: DRAM",
-                              &table, addEventOf<&dramTable>, describeEventOf<&cxlDram>};
+                              &cxlEventTable, addEventOf<&dramTable>, describeEventOf<&cxlDram>};
 constexpr SectionKind cxlMemoryModule{"fe927475-dd59-4339-a586-79bab113b774",
-                                      "CXL component event: memory module", &table,
+                                      "CXL component event: memory module", &cxlEventTable,
                                       addEventOf<&moduleTable>, describeEventOf<&cxlMemoryModule>};
 constexpr SectionKind cxlPhysicalSwitch{
-    "77cf9271-9c02-470b-9fe4-bc7b75f2da97", "CXL component event: physical switch", &table,
+    "77cf9271-9c02-470b-9fe4-bc7b75f2da97", "CXL component event: physical switch", &cxlEventTable,
     addEventOf<&physicalSwitchTable>, describeEventOf<&cxlPhysicalSwitch>};
 constexpr SectionKind cxlVirtualSwitch{
-    "40d26425-3396-4c4d-a5da-3d47263af425", "CXL component event: virtual switch", &table,
+    "40d26425-3396-4c4d-a5da-3d47263af425", "CXL component event: virtual switch", &cxlEventTable,
     addEventOf<&virtualSwitchTable>, describeEventOf<&cxlVirtualSwitch>};
 constexpr SectionKind cxlMldPort{"8dc44363-0c96-4710-b7bf-04bb99534c3f",
-                                 "CXL component event: MLD port", &table, addEventOf<&mldPortTable>,
-                                 describeEventOf<&cxlMldPort>};
+                                 "CXL component event: MLD port", &cxlEventTable,
+                                 addEventOf<&mldPortTable>, describeEventOf<&cxlMldPort>};
 constexpr SectionKind cxlMemorySparing{"e71f3a40-2d29-4092-8a39-4d1c966c7c65",
-                                       "CXL component event: memory sparing", &table,
+                                       "CXL component event: memory sparing", &cxlEventTable,
                                        addEventOf<nullptr>, describeEventOf<&cxlMemorySparing>};
 constexpr SectionKind cxlDynamicCapacity{"ca95afa7-f183-4018-8c2f-95268e101a2a",
-                                         "CXL component event: dynamic capacity", &table,
+                                         "CXL component event: dynamic capacity", &cxlEventTable,
                                          addEventOf<nullptr>, describeEventOf<&cxlDynamicCapacity>};
 
 } // namespace tavrisk::cper

@@ -42,7 +42,7 @@ constexpr auto blockRows = std::to_array<Row>({
 });
 constexpr Table blockTable{.rows = blockRows, .size = 8};
 
-constexpr auto deviceRows = std::to_array<Row>({
+constexpr auto cxlProtocolDeviceRows = std::to_array<Row>({
     {0, 2, "Vendor", always, hex},
     {2, 2, "Device", always, hex},
     {4, 2, "Subsystem vendor", always, hex},
@@ -50,24 +50,26 @@ constexpr auto deviceRows = std::to_array<Row>({
     {8, 2, "Class code", always, hex},
     {10, 2, "Slot", always, number.bits(3, 13)},
 });
-constexpr Table deviceTable{.rows = deviceRows, .size = 16};
+constexpr Table cxlProtocolDeviceTable{.rows = cxlProtocolDeviceRows, .size = 16};
 
 constexpr std::int8_t dvsecBit = 5;
-constexpr std::int8_t logBit = 6;
-constexpr auto rows = std::to_array<Row>({
+constexpr std::int8_t cxlProtocolLogBit = 6;
+constexpr auto cxlProtocolRows = std::to_array<Row>({
     {8, 1, "Agent type", 0, oneOf(agentTypes)},
     {16, 8, "Agent address", 1, part(functionTable), isNoHostPort},
     {16, 8, "Agent address", 1, part(blockTable), isHostPort},
-    {24, 16, "Device ID", 2, part(deviceTable), isNoHostPort},
+    {24, 16, "Device ID", 2, part(cxlProtocolDeviceTable), isNoHostPort},
     {40, 8, "Serial number", 3, hex, isDevice},
     {48, 60, "Capability structure", 4, part(pcieCapability), isNoHostPort},
     {108, 2, "DVSEC length", always, number},
     {110, 2, "Error log length", always, number},
 });
-constexpr auto tailNames = std::to_array<Name>({{dvsecBit, "CXL DVSEC"}, {logBit, "Error log"}});
-constexpr Table table{.rows = rows, .size = 116, .validWidth = 8, .moreValid = tailNames};
+constexpr auto tailNames =
+    std::to_array<Name>({{dvsecBit, "CXL DVSEC"}, {cxlProtocolLogBit, "Error log"}});
+constexpr Table cxlProtocolTable{
+    .rows = cxlProtocolRows, .size = 116, .validWidth = 8, .moreValid = tailNames};
 
-constexpr auto uncorrectable = std::to_array<Field>({
+constexpr auto cxlUncorrectable = std::to_array<Field>({
     {0, 1, "cache data parity"},
     {1, 1, "cache address parity"},
     {2, 1, "cache byte enable parity"},
@@ -84,7 +86,7 @@ constexpr auto uncorrectable = std::to_array<Field>({
     {15, 1, "IDE transmit"},
     {16, 1, "IDE receive"},
 });
-constexpr auto correctable = std::to_array<Field>({
+constexpr auto cxlCorrectable = std::to_array<Field>({
     {0, 1, "cache data ECC"},
     {1, 1, "memory data ECC"},
     {2, 1, "CRC threshold"},
@@ -95,11 +97,11 @@ constexpr auto correctable = std::to_array<Field>({
 });
 constexpr auto control = std::to_array<Field>({{0, 6, "First error pointer"}});
 constexpr auto logRows = std::to_array<Row>({
-    {0, 4, "Uncorrectable status", always, bitsOf(uncorrectable)},
-    {4, 4, "Uncorrectable mask", always, bitsOf(uncorrectable)},
-    {8, 4, "Uncorrectable severity", always, bitsOf(uncorrectable)},
-    {12, 4, "Correctable status", always, bitsOf(correctable)},
-    {16, 4, "Correctable mask", always, bitsOf(correctable)},
+    {0, 4, "Uncorrectable status", always, bitsOf(cxlUncorrectable)},
+    {4, 4, "Uncorrectable mask", always, bitsOf(cxlUncorrectable)},
+    {8, 4, "Uncorrectable severity", always, bitsOf(cxlUncorrectable)},
+    {12, 4, "Correctable status", always, bitsOf(cxlCorrectable)},
+    {16, 4, "Correctable mask", always, bitsOf(cxlCorrectable)},
     {20, 4, "Capability and control", always, bitsOf(control)},
     {24, 64, "Header log", always, words(4)},
 });
@@ -121,12 +123,13 @@ std::size_t addParts(Bytes body, Nodes& nodes, Findings& findings) {
     const auto dvsecLength = static_cast<std::size_t>(numberOr0(body, 108, 2));
     const auto logLength = static_cast<std::size_t>(numberOr0(body, 110, 2));
     // The log lies behind the DVSEC even if that is not valid.
-    const auto logOffset = table.size + dvsecLength;
+    const auto logOffset = cxlProtocolTable.size + dvsecLength;
     if (isSet(valid, dvsecBit)) {
-        const auto dvsec = takePart(body, table.size, dvsecLength, "CXL DVSEC", findings);
+        const auto dvsec =
+            takePart(body, cxlProtocolTable.size, dvsecLength, "CXL DVSEC", findings);
         nodes.push_back({"CXL DVSEC", Raw{hexDigits(dvsec)}});
     }
-    if (isSet(valid, logBit)) {
+    if (isSet(valid, cxlProtocolLogBit)) {
         const auto log = takePart(body, logOffset, logLength, "error log", findings);
         Object object;
         interpret(logTable, log, object.members, findings);
@@ -160,6 +163,6 @@ Described describeProtocol(const Node* body) {
 } // namespace
 
 constexpr SectionKind cxlProtocol{"80b9efb4-52b5-4de3-a777-68784b771048", "CXL protocol error",
-                                  &table, addParts, describeProtocol};
+                                  &cxlProtocolTable, addParts, describeProtocol};
 
 } // namespace tavrisk::cper

@@ -17,19 +17,19 @@ constexpr auto recordTypes = std::to_array<Name>({
 
 constexpr When revision0{1, 1, 0, 8, always, 1U << 0U};
 constexpr When type2{0, 1, 0, 8, always, 1U << 2U};
-constexpr auto rows = std::to_array<Row>({
+constexpr auto firmwareRows = std::to_array<Row>({
     {0, 1, "Record type", always, oneOf(recordTypes)},
     {1, 1, "Revision", always, number},
     {8, 8, "Record identifier", always, hex, revision0},
 });
-constexpr Table table{.rows = rows, .size = 16};
+constexpr Table firmwareTable{.rows = firmwareRows, .size = 16};
 
 // From revision 1 on; only records of type 2 mean anything by it.
 constexpr auto guidRow = std::to_array<Row>({{16, 16, "Record GUID", always, guid, type2}});
 constexpr Table guidTable{.rows = guidRow, .size = 32};
 
 std::size_t addPayload(Bytes body, Nodes& nodes, Findings& findings) {
-    std::size_t used = table.size;
+    std::size_t used = firmwareTable.size;
     if (numberOr0(body, 1, 1) != 0) {
         interpret(guidTable, body, nodes, findings);
         used = guidTable.size;
@@ -52,7 +52,7 @@ Described describeRecord(const Node* body) {
 } // namespace
 
 constexpr SectionKind firmwareReference{"81212a96-09ed-4996-9471-8d729c8e69ed",
-                                        "Firmware error record reference", &table, addPayload,
-                                        describeRecord};
+                                        "Firmware error record reference", &firmwareTable,
+                                        addPayload, describeRecord};
 
 } // namespace tavrisk::cper

@@ -18,7 +18,7 @@ constexpr auto runningState = std::to_array<Field>({{0, 1, "running"}});
 constexpr When isNotRunning{32, 4, 0, 1, always, 1U << 0U};
 
 constexpr std::int8_t vendorBit = 3;
-constexpr auto rows = std::to_array<Row>({
+constexpr auto armRows = std::to_array<Row>({
     {4, 2, "Error info count", always, number},
     {6, 2, "Context count", always, number},
     {8, 4, "Section length", always, number},
@@ -29,14 +29,14 @@ constexpr auto rows = std::to_array<Row>({
     {36, 4, "PSCI state", 2, hex, isNotRunning},
 });
 constexpr auto vendorName = std::to_array<Name>({{vendorBit, "Vendor info"}});
-constexpr Table table{.rows = rows, .size = 40, .validWidth = 4, .moreValid = vendorName};
+constexpr Table armTable{.rows = armRows, .size = 40, .validWidth = 4, .moreValid = vendorName};
 
-constexpr auto contextRows = std::to_array<Row>({
+constexpr auto armContextRows = std::to_array<Row>({
     {0, 2, "Version", always, number},
     {2, 2, "Type", always, oneOf(armContextTypes)},
     {4, 4, "Array size", always, number},
 });
-constexpr Table contextTable{.rows = contextRows, .size = 8};
+constexpr Table armContextTable{.rows = armContextRows, .size = 8};
 
 constexpr auto encodingFields = std::to_array<Field>({
     {0, 3, "Op2"},
@@ -59,8 +59,8 @@ std::string baseText(Bytes value) {
     return isValid ? hexText(value) : "invalid";
 }
 
-void addRegisters(std::uint64_t type, Bytes /*context*/, Bytes array, Nodes& nodes,
-                  Findings& findings) {
+void addArmRegisters(std::uint64_t type, Bytes /*context*/, Bytes array, Nodes& nodes,
+                     Findings& findings) {
     if (type == armSystemRegister) {
         addRepeated(systemRegisters, array, 0, array.size() / systemRegisters.stride, nodes,
                     findings);
@@ -82,12 +82,12 @@ void addRegisters(std::uint64_t type, Bytes /*context*/, Bytes array, Nodes& nod
     nodes.push_back({"Registers", std::move(object)});
 }
 
-constexpr ContextLayout contexts{&contextTable, 2, 4, 4, armTableBases, addRegisters};
+constexpr ContextLayout armContexts{&armContextTable, 2, 4, 4, armTableBases, addArmRegisters};
 
-std::size_t addStructures(Bytes body, Nodes& nodes, Findings& findings) {
-    body = upToStated(body, numberOr0(body, 8, 4), table.size, findings);
-    auto end = addArmErrors(body, table.size, numberOr0(body, 4, 2), nodes, findings);
-    end = addContexts(contexts, body, end, numberOr0(body, 6, 2), nodes, findings);
+std::size_t addArmStructures(Bytes body, Nodes& nodes, Findings& findings) {
+    body = upToStated(body, numberOr0(body, 8, 4), armTable.size, findings);
+    auto end = addArmErrors(body, armTable.size, numberOr0(body, 4, 2), nodes, findings);
+    end = addContexts(armContexts, body, end, numberOr0(body, 6, 2), nodes, findings);
     if (!isSet(numberOr0(body, 0, 4), vendorBit)) {
         return end;
     }
@@ -118,7 +118,7 @@ Described describeArm(const Node* body) {
 
 } // namespace
 
-constexpr SectionKind processorArm{"e19e3d16-bc11-11e4-9caa-c2051d5d46b0", "Processor ARM", &table,
-                                   addStructures, describeArm};
+constexpr SectionKind processorArm{"e19e3d16-bc11-11e4-9caa-c2051d5d46b0", "Processor ARM",
+                                   &armTable, addArmStructures, describeArm};
 
 } // namespace tavrisk::cper

@@ -24,7 +24,7 @@ constexpr auto errorTypes = std::to_array<Name>({
     {4, "bus"},
     {8, "micro-architectural"},
 });
-constexpr auto operations = std::to_array<Name>({
+constexpr auto processorOperations = std::to_array<Name>({
     {0, "unknown/generic"},
     {1, "data read"},
     {2, "data write"},
@@ -37,11 +37,11 @@ constexpr auto flags = std::to_array<Field>({
     {3, 1, "corrected"},
 });
 
-constexpr auto rows = std::to_array<Row>({
+constexpr auto processorRows = std::to_array<Row>({
     {8, 1, "Processor type", 0, oneOf(processorTypes)},
     {9, 1, "Instruction set", 1, oneOf(instructionSets)},
     {10, 1, "Error type", 2, sumOf(errorTypes)},
-    {11, 1, "Operation", 3, oneOf(operations)},
+    {11, 1, "Operation", 3, oneOf(processorOperations)},
     {12, 1, "Flags", 4, bitsOf(flags)},
     {13, 1, "Level", 5, number},
     {16, 8, "CPU version", 6, hex},
@@ -52,7 +52,7 @@ constexpr auto rows = std::to_array<Row>({
     {176, 8, "Responder ID", 11, hex},
     {184, 8, "Instruction pointer", 12, hex},
 });
-constexpr Table table{.rows = rows, .size = 192, .validWidth = 8};
+constexpr Table processorTable{.rows = processorRows, .size = 192, .validWidth = 8};
 
 Described describeProcessor(const Node* body) {
     const auto* type = as<Choice>(find(body, "Error type"));
@@ -72,6 +72,6 @@ Described describeProcessor(const Node* body) {
 } // namespace
 
 constexpr SectionKind processorGeneric{"9876ccad-47b4-4bdb-b65e-16f193c4f3db", "Processor generic",
-                                       &table, nullptr, describeProcessor};
+                                       &processorTable, nullptr, describeProcessor};
 
 } // namespace tavrisk::cper

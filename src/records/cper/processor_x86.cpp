@@ -21,20 +21,20 @@ constexpr auto cpuidRows = std::to_array<Row>({
 constexpr Table cpuidTable{.rows = cpuidRows, .size = 48};
 
 // How many structures follow stands within the validation bits.
-constexpr auto rows = std::to_array<Row>({
+constexpr auto x86Rows = std::to_array<Row>({
     {0, 8, "Error info count", always, number.bits(2, 6)},
     {0, 8, "Context count", always, number.bits(8, 6)},
     {8, 8, "Local APIC ID", 0, hex},
     {16, 48, "CPUID info", 1, part(cpuidTable)},
 });
-constexpr Table table{.rows = rows, .size = 64, .validWidth = 8};
+constexpr Table x86Table{.rows = x86Rows, .size = 64, .validWidth = 8};
 
-constexpr auto transactionTypes = std::to_array<Name>({
+constexpr auto x86TransactionTypes = std::to_array<Name>({
     {0, "instruction"},
     {1, "data access"},
     {2, "generic"},
 });
-constexpr auto operations = std::to_array<Name>({
+constexpr auto x86Operations = std::to_array<Name>({
     {0, "generic"},
     {1, "generic read"},
     {2, "generic write"},
@@ -46,22 +46,22 @@ constexpr auto operations = std::to_array<Name>({
     {8, "snoop"},
 });
 // The last two are of caches only.
-constexpr Names operationsOfOthers = Names{operations}.first(7);
-constexpr auto participations = std::to_array<Name>({
+constexpr Names operationsOfOthers = Names{x86Operations}.first(7);
+constexpr auto x86Participations = std::to_array<Name>({
     {0, "local processor originated"},
     {1, "responded"},
     {2, "observed"},
     {3, "generic"},
 });
-constexpr auto addressSpaces = std::to_array<Name>({
+constexpr auto x86AddressSpaces = std::to_array<Name>({
     {0, "memory"},
     {1, "reserved"},
     {2, "I/O"},
     {3, "other transaction"},
 });
 constexpr auto cacheCheck = std::to_array<Field>({
-    {16, 2, "Transaction type", 0, transactionTypes},
-    {18, 4, "Operation", 1, operations},
+    {16, 2, "Transaction type", 0, x86TransactionTypes},
+    {18, 4, "Operation", 1, x86Operations},
     {22, 3, "Level", 2},
     {25, 1, "Context corrupt", 3},
     {26, 1, "Uncorrected", 4},
@@ -70,7 +70,7 @@ constexpr auto cacheCheck = std::to_array<Field>({
     {29, 1, "Overflow", 7},
 });
 constexpr auto tlbCheck = std::to_array<Field>({
-    {16, 2, "Transaction type", 0, transactionTypes},
+    {16, 2, "Transaction type", 0, x86TransactionTypes},
     {18, 4, "Operation", 1, operationsOfOthers},
     {22, 3, "Level", 2},
     {25, 1, "Context corrupt", 3},
@@ -80,7 +80,7 @@ constexpr auto tlbCheck = std::to_array<Field>({
     {29, 1, "Overflow", 7},
 });
 constexpr auto busCheck = std::to_array<Field>({
-    {16, 2, "Transaction type", 0, transactionTypes},
+    {16, 2, "Transaction type", 0, x86TransactionTypes},
     {18, 4, "Operation", 1, operationsOfOthers},
     {22, 3, "Level", 2},
     {25, 1, "Context corrupt", 3},
@@ -88,9 +88,9 @@ constexpr auto busCheck = std::to_array<Field>({
     {27, 1, "Precise IP", 5},
     {28, 1, "Restartable IP", 6},
     {29, 1, "Overflow", 7},
-    {30, 2, "Participation", 8, participations},
+    {30, 2, "Participation", 8, x86Participations},
     {32, 1, "Timed out", 9},
-    {33, 2, "Address space", 10, addressSpaces},
+    {33, 2, "Address space", 10, x86AddressSpaces},
 });
 constexpr auto microArchitectureErrors = std::to_array<Name>({
     {0, "none"},
@@ -121,7 +121,7 @@ constexpr std::array<Fields, checkTypes.size()> checkFields{cacheCheck, tlbCheck
                                                             microArchitectureCheck};
 
 // The check information lies between; its layout depends on the check type.
-constexpr auto errorRows = std::to_array<Row>({
+constexpr auto x86ErrorRows = std::to_array<Row>({
     {0, 16, "Check type", always, guidOf(checkTypes)},
     {32, 8, "Target identifier", 1, hex},
     {40, 8, "Requestor identifier", 2, hex},
@@ -129,9 +129,9 @@ constexpr auto errorRows = std::to_array<Row>({
     {56, 8, "Instruction pointer", 4, hex},
 });
 constexpr auto checkName = std::to_array<Name>({{0, "Check information"}});
-constexpr Table errorTable{
-    .rows = errorRows, .size = 64, .validOffset = 16, .validWidth = 8, .moreValid = checkName};
-constexpr Repeated errors{"Error info", "Error info", &errorTable, errorTable.size};
+constexpr Table x86ErrorTable{
+    .rows = x86ErrorRows, .size = 64, .validOffset = 16, .validWidth = 8, .moreValid = checkName};
+constexpr Repeated errors{"Error info", "Error info", &x86ErrorTable, x86ErrorTable.size};
 
 void addCheckInformation(Bytes error, Nodes& nodes, Findings& findings) {
     if (!isSet(numberOr0(error, 16, 8), 0)) {
@@ -164,13 +164,13 @@ constexpr auto contextTypes = std::to_array<Name>({
 });
 constexpr When isMsrs{0, 2, 0, 16, always, 1U << 1U};
 constexpr When isMemoryMapped{0, 2, 0, 16, always, 1U << 7U};
-constexpr auto contextRows = std::to_array<Row>({
+constexpr auto x86ContextRows = std::to_array<Row>({
     {0, 2, "Type", always, oneOf(contextTypes)},
     {2, 2, "Array size", always, number},
     {4, 4, "First MSR number", always, hex, isMsrs},
     {8, 8, "First memory address", always, hex, isMemoryMapped},
 });
-constexpr Table contextTable{.rows = contextRows, .size = 16};
+constexpr Table x86ContextTable{.rows = x86ContextRows, .size = 16};
 
 constexpr auto registers32 = std::to_array<Row>({
     {0, 4, "EAX", always, hex},   {4, 4, "EBX", always, hex},   {8, 4, "ECX", always, hex},
@@ -237,8 +237,8 @@ void addExecution(const Table& file, Bytes array, Nodes& nodes, Findings& findin
     nodes.push_back({"Registers", std::move(object)});
 }
 
-void addRegisters(std::uint64_t type, Bytes context, Bytes array, Nodes& nodes,
-                  Findings& findings) {
+void addX86Registers(std::uint64_t type, Bytes context, Bytes array, Nodes& nodes,
+                     Findings& findings) {
     switch (type) {
     case 1:
         return addMsrs(context, array, nodes);
@@ -255,22 +255,22 @@ void addRegisters(std::uint64_t type, Bytes context, Bytes array, Nodes& nodes,
     }
 }
 
-constexpr ContextLayout contexts{&contextTable, 0, 2, 2, 7, addRegisters};
+constexpr ContextLayout x86Contexts{&x86ContextTable, 0, 2, 2, 7, addX86Registers};
 
-std::size_t addStructures(Bytes body, Nodes& nodes, Findings& findings) {
+std::size_t addX86Structures(Bytes body, Nodes& nodes, Findings& findings) {
     const auto counts = numberOr0(body, 0, 8);
     const auto errorCount = slice(counts, 2, 6);
-    const auto end = table.size + errors.stride * static_cast<std::size_t>(errorCount);
+    const auto end = x86Table.size + errors.stride * static_cast<std::size_t>(errorCount);
     if (errorCount != 0) {
-        addRepeated(errors, body, table.size, errorCount, nodes, findings);
-        auto offset = std::size_t{table.size};
+        addRepeated(errors, body, x86Table.size, errorCount, nodes, findings);
+        auto offset = std::size_t{x86Table.size};
         for (auto& error : std::get<List>(nodes.back().value).elements) {
             addCheckInformation(cut(body, offset, errors.stride),
                                 std::get<Object>(error.value).members, findings);
             offset += errors.stride;
         }
     }
-    return addContexts(contexts, body, end, slice(counts, 8, 6), nodes, findings);
+    return addContexts(x86Contexts, body, end, slice(counts, 8, 6), nodes, findings);
 }
 
 Described describeX86(const Node* body) {
@@ -297,6 +297,6 @@ Described describeX86(const Node* body) {
 } // namespace
 
 constexpr SectionKind processorX86{"dc3ea0b0-a144-4797-b95b-53fa242b6e1d", "Processor IA32/X64",
-                                   &table, addStructures, describeX86};
+                                   &x86Table, addX86Structures, describeX86};
 
 } // namespace tavrisk::cper
