@@ -114,7 +114,7 @@ void endCommand(pid_t child) {
 } // namespace
 
 int system_call_timeout(const char* path, char* const* arguments, std::uint32_t minutes) {
-    std::uint32_t budget = minutes * 60;
+    std::uint32_t budget = minutes * tavrisk::secondsPerMinute;
     const pid_t child = tavrisk::ForkGate::fork();
     if (child == 0) {
         performWithTimeout(path, arguments);

@@ -19,6 +19,8 @@ int system_call_wait(const char* path, char* const* arguments);
 
 namespace tavrisk {
 
+constexpr std::uint32_t secondsPerMinute = 60;
+
 /** Has the shell run the command line, within `minutes`. Results of system_call_timeout(). */
 int runInShell(const char* commandLine, std::uint32_t minutes);
 

@@ -17,8 +17,6 @@ namespace {
 
 constexpr auto monitorName = "wuxmonitor_thread";
 
-constexpr std::time_t secondsPerMinute = 60;
-
 /** Below the data root, in the order in which they are policed. */
 constexpr std::array dataDirectories{"", tavrisk::dumpDirectory, tavrisk::rawCperDirectory};
 
@@ -33,7 +31,7 @@ void police(const char* directory, unsigned sizeInMB, unsigned minutes) {
 }
 
 void sleepFor(unsigned minutes) {
-    timespec left{.tv_sec = minutes * secondsPerMinute, .tv_nsec = 0};
+    timespec left{.tv_sec = std::time_t{minutes} * tavrisk::secondsPerMinute, .tv_nsec = 0};
     while (nanosleep(&left, &left) != 0 && errno == EINTR) {
     }
 }

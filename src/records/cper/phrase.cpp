@@ -7,7 +7,7 @@
 namespace tavrisk::cper {
 namespace {
 
-unsigned countOr0(const Node* node) {
+unsigned unsignedOr0(const Node* node) {
     const auto* number = as<std::uint64_t>(node);
     return number != nullptr ? static_cast<unsigned>(*number) : 0;
 }
@@ -64,9 +64,9 @@ std::string pciAddress(const Node* node, std::string_view bus, std::string_view 
         return {};
     }
     std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), "%04x:%02x:%02x.%x", countOr0(find(node, "Segment")),
-                  countOr0(find(node, bus)), countOr0(find(node, device)),
-                  countOr0(find(node, "Function")));
+    std::snprintf(text.data(), text.size(), "%04x:%02x:%02x.%x", unsignedOr0(find(node, "Segment")),
+                  unsignedOr0(find(node, bus)), unsignedOr0(find(node, device)),
+                  unsignedOr0(find(node, "Function")));
     return text.data();
 }
 

@@ -50,6 +50,21 @@ std::string escape(const text::Character& character) {
     return {text.data(), static_cast<std::size_t>(length)};
 }
 
+std::string harmless(std::string_view text, bool asciiOnly) {
+    std::string result;
+    while (!text.empty()) {
+        const auto character = text::firstCharacter(text);
+        if (!character.valid || character.isControl() || isInvisible(character.codePoint) ||
+            (character.length > 1 && asciiOnly)) {
+            result += escape(character);
+        } else {
+            result += text.substr(0, character.length);
+        }
+        text.remove_prefix(character.length);
+    }
+    return result;
+}
+
 const char* environment(const char* variable) {
     const char* const value = std::getenv(variable); // NOLINT(concurrency-mt-unsafe)
     return value != nullptr ? value : "";
@@ -106,25 +121,6 @@ Style Style::ofStandardOutput() {
     static const Style style = look();
     return style;
 }
-
-namespace {
-
-std::string harmless(std::string_view text, bool asciiOnly) {
-    std::string result;
-    while (!text.empty()) {
-        const auto character = text::firstCharacter(text);
-        if (!character.valid || character.isControl() || isInvisible(character.codePoint) ||
-            (character.length > 1 && asciiOnly)) {
-            result += escape(character);
-        } else {
-            result += text.substr(0, character.length);
-        }
-        text.remove_prefix(character.length);
-    }
-    return result;
-}
-
-} // namespace
 
 std::string harmless(std::string_view text) {
     return harmless(text, isTerminalWithoutUtf8());

@@ -2,6 +2,7 @@
 #include "tools/zelctl/redfish/collection.hpp"
 
 #include "records/cper/record.hpp"
+#include "text/ascii.hpp"
 #include "text/utc_time.hpp"
 #include "tools/common/content.hpp"
 #include "tools/common/output.hpp"
@@ -79,8 +80,7 @@ bool isUriPath(const std::string& path) {
     constexpr std::string_view others{"-._~!$&'()*+,;=:@/"}; // RFC 3986
     return path.starts_with('/') && !path.ends_with('/') && path.find("//") == std::string::npos &&
            std::all_of(path.begin(), path.end(), [others](char c) {
-               return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-                      others.find(c) != std::string_view::npos;
+               return text::isAlphanumeric(c) || others.find(c) != std::string_view::npos;
            });
 }
 

@@ -3,6 +3,7 @@
 
 #include "contract/places.hpp"
 #include "platform/config.hpp"
+#include "text/ascii.hpp"
 #include "tools/common/failure.hpp"
 #include "tools/common/output.hpp"
 #include "tools/zelctl/commands.hpp"
@@ -22,8 +23,7 @@ namespace {
 
 bool isPlain(char c) {
     constexpr std::string_view others{"-_."};
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-           others.find(c) != std::string_view::npos;
+    return text::isAlphanumeric(c) || others.find(c) != std::string_view::npos;
 }
 
 constexpr auto givenName = "renamed-";
