@@ -90,6 +90,7 @@ Health LogReader::health() const {
         if (schemaVersion_ >= 3) {
             health.dropped.last = dropped({}).last;
             health.losses = losses();
+            health.spillMark = spillMark();
             health.salvaged =
                 connection_.queryInteger("SELECT count(*) FROM entries WHERE salvaged");
         }
@@ -115,6 +116,7 @@ Figures LogReader::figures() const {
                 : "SELECT count(*) FROM entries");
         if (schemaVersion_ >= 3) {
             figures.losses = losses();
+            figures.spillMark = spillMark();
             figures.totals = totals();
         }
         return figures;
@@ -139,6 +141,10 @@ std::vector<Loss> LogReader::losses() const {
         losses.push_back({rows.text(0), rows.integer(1), rows.integer(2), rows.text(3)});
     }
     return losses;
+}
+
+std::int64_t LogReader::spillMark() const {
+    return connection_.queryInteger("SELECT spill FROM state");
 }
 
 std::int64_t LogReader::highest() const {

@@ -107,7 +107,8 @@ struct Figures {
     std::int64_t dropped = 0;
     Position last;
     std::vector<Loss> losses;
-    std::vector<Total> totals; // nothing in older layouts
+    std::int64_t spillMark = 0; // how much of the spill file it has, see Waiting
+    std::vector<Total> totals;  // nothing in older layouts
 };
 
 struct Health {
@@ -120,6 +121,7 @@ struct Health {
     Dropped dropped;
     std::optional<std::string> lastClear;
     std::vector<Loss> losses;
+    std::int64_t spillMark = 0; // how much of the spill file it has, see Waiting
 };
 
 /**
@@ -179,6 +181,7 @@ private:
                                              std::int64_t beyond, std::size_t size) const;
     [[nodiscard]] Position positionOf(std::int64_t sequence) const;
     [[nodiscard]] std::vector<Loss> losses() const;
+    [[nodiscard]] std::int64_t spillMark() const;
     [[nodiscard]] std::vector<Total> totals() const;
     void findDamagedEntries(std::vector<std::string>& damage) const;
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zel/spill.hpp"
 
+#include "text/utc_time.hpp"
 #include "zel/room.hpp"
 
 #include <fcntl.h>
@@ -10,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstring>
 #include <random>
@@ -84,6 +86,11 @@ public:
 private:
     int file_;
 };
+
+/** What a database remembers when it has a generation up to there. */
+std::int64_t markOf(std::uint64_t generation, off_t at) {
+    return static_cast<std::int64_t>((generation << 32U) | static_cast<std::uint64_t>(at));
+}
 
 } // namespace
 
@@ -276,8 +283,16 @@ Waiting Spill::look(const std::string& path) {
     Spill spill{path};
     spill.file_ = ::open(spill.path_.c_str(), O_RDONLY | O_CLOEXEC);
     const auto header = spill.header();
-    Waiting waiting{0, losses(header)};
-    for (off_t at = recordsBegin; spill.read(at, header.generation); ++waiting.entries) {
+    Waiting waiting;
+    waiting.losses = losses(header);
+    off_t at = recordsBegin;
+    for (; spill.read(at, header.generation); ++waiting.entries) {
+    }
+    waiting.mark = markOf(header.generation, at);
+    struct stat status {};
+    if (fstat(spill.file_, &status) == 0) {
+        const std::chrono::sys_seconds time{std::chrono::seconds{status.st_mtim.tv_sec}};
+        waiting.writtenAt = text::UtcTime{time}.text();
     }
     return waiting;
 }
@@ -304,7 +319,7 @@ void Spill::Reading::goOnBehind(std::int64_t mark) {
 }
 
 std::int64_t Spill::Reading::mark() const {
-    return static_cast<std::int64_t>((generation_ << 32U) | static_cast<std::uint64_t>(at_));
+    return markOf(generation_, at_);
 }
 
 std::vector<Entry> Spill::Reading::next() {

@@ -17,6 +17,8 @@ namespace tavrisk::zel {
 struct Waiting {
     std::int64_t entries = 0;
     Losses losses;
+    std::int64_t mark = 0; // what a database remembers once it has all of it
+    std::string writtenAt; // UTC, the last time
 };
 
 /**

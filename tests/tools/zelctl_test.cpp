@@ -434,6 +434,35 @@ TEST_F(Zelctl, TellsMonitorsHowThingsAre) {
     }
 }
 
+TEST_F(Zelctl, TellsOnceOfLossesThatWaitForTheDatabase) {
+    const auto expectTold = [](const char* when) {
+        SCOPED_TRACE(when);
+        EXPECT_THAT(outputOf("check --since today"), HasSubstr("15 events lost and not ack"));
+        for (const auto* command : {"stats", "report -o -"}) {
+            EXPECT_THAT(outputOf(command), HasSubstr("16: no space 9, busy 7 (1 acknowledged)"));
+        }
+        EXPECT_THAT(outputOf("metrics"), AllOf(HasSubstr(R"(lost_events_total{cause="busy"} 7)"),
+                                               HasSubstr(R"({cause="no space"} 9)")));
+    };
+    execute("INSERT INTO losses VALUES ('busy', 3, 1, '2025-01-02T10:00:00.000Z')");
+    tavrisk::zel::Spill spill{path};
+    spill.count("busy", 4);
+    spill.count("no space", 9);
+    expectTold("in the spill file");
+    {
+        tavrisk::zel::Spill::Reading reading{spill};
+        tavrisk::zel::Store{path}.append({}, 9, reading.losses(), reading.mark());
+        expectTold("in both, as after a kill");
+        reading.finish();
+    }
+    expectTold("in the database");
+    EXPECT_EQ(outputOf("ack --losses"), "losses: acknowledged\n");
+    spill.count("busy", 1);
+    EXPECT_THAT(outputOf("ack --losses"), HasSubstr("but for those that wait"));
+    std::filesystem::remove(path);
+    EXPECT_THAT(outputOf("check"), HasSubstr("1 event lost and not acknowledged"));
+}
+
 TEST_F(Zelctl, WritesFiguresThatDoNotFallWithTheirEntries) {
     add("2025-01-05T10:00:00.999Z", "HMC0001", 1, "\"\\\n\u00e9");
     haveOneWait();

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/common/output.hpp"
+#include "tools/zelctl/beside.hpp"
 #include "tools/zelctl/commands.hpp"
 #include "tools/zelctl/form.hpp"
 #include "zel/acknowledgement.hpp"
@@ -86,7 +87,9 @@ Exit ack(const Log& log, const Arguments& arguments) {
         status = result == zel::Acknowledged::missing ? Exit::failed : status;
     }
     if (arguments.has("losses") && form == Form::text) {
-        putLine("losses: acknowledged");
+        putLine(lookBeside(log.path()).waiting.losses.empty()
+                    ? "losses: acknowledged"
+                    : "losses: acknowledged, but for those that wait for the database");
     }
     return status;
 }

@@ -2,7 +2,6 @@
 #include "tools/zelctl/beside.hpp"
 
 #include "tools/common/output.hpp"
-#include "zel/spill.hpp"
 
 #include <algorithm>
 #include <cstdint>
@@ -15,7 +14,7 @@ Beside lookBeside(const std::string& path) {
     const std::filesystem::path database{path};
     Beside beside;
     beside.waitingAt = path + ".spill";
-    beside.waiting = zel::Spill::look(path).entries;
+    beside.waiting = zel::Spill::look(path);
     std::error_code none;
     const auto name = database.filename().string() + ".damaged-";
     const auto directory = database.has_parent_path() ? database.parent_path() : ".";
@@ -27,6 +26,25 @@ Beside lookBeside(const std::string& path) {
     }
     std::sort(beside.setAside.begin(), beside.setAside.end());
     return beside;
+}
+
+std::vector<zel::Loss> allLosses(std::vector<zel::Loss> losses, std::int64_t spillMark,
+                                 const Beside& beside) {
+    if (spillMark == beside.waiting.mark) {
+        return losses;
+    }
+    for (const auto& [cause, events] : beside.waiting.losses) {
+        auto loss = std::find_if(losses.begin(), losses.end(),
+                                 [&](const zel::Loss& known) { return known.cause == cause; });
+        if (loss == losses.end()) {
+            loss = losses.insert(loss, {cause, 0, 0, ""});
+        }
+        loss->events += events;
+        loss->lastAt = std::max(loss->lastAt, beside.waiting.writtenAt);
+    }
+    std::stable_sort(losses.begin(), losses.end(),
+                     [](const zel::Loss& a, const zel::Loss& b) { return a.events > b.events; });
+    return losses;
 }
 
 std::string lossesText(const std::vector<zel::Loss>& losses) {

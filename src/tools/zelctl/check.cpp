@@ -58,8 +58,7 @@ void lookForSalvaged(Condition& condition, const LogReader& reader, const Since&
     }
 }
 
-void lookAround(Condition& condition, const std::string& path, const Since& since) {
-    const auto beside = lookBeside(path);
+void lookAround(Condition& condition, const Beside& beside, const Since& since) {
     // Their names end with the time, without what stands between its digits.
     auto earliest = since.value_or("");
     std::erase_if(earliest, [](char c) { return c == '-' || c == ':'; });
@@ -71,7 +70,7 @@ void lookAround(Condition& condition, const std::string& path, const Since& sinc
         condition.add(Level::warning,
                       countText(count, "damaged database", "damaged databases") + " set aside");
     }
-    if (beside.waiting != 0) {
+    if (beside.waiting.entries != 0) {
         condition.add(Level::warning, "events wait for the database");
     }
 }
@@ -79,8 +78,10 @@ void lookAround(Condition& condition, const std::string& path, const Since& sinc
 void look(Condition& condition, const Log& log, const Since& since) {
     const Completeness completeness{log.path()};
     const auto reader = log.open();
-    lookAround(condition, log.path(), since);
+    const auto beside = lookBeside(log.path());
+    lookAround(condition, beside, since);
     if (!reader) {
+        lookForLosses(condition, allLosses({}, 0, beside), since);
         return;
     }
     const auto health = reader->health();
@@ -90,7 +91,7 @@ void look(Condition& condition, const Log& log, const Since& since) {
     const auto cap = platform::zelMaxEntries;
     condition.entries = health.entries;
     lookForOpen(condition, *reader, since);
-    lookForLosses(condition, health.losses, since);
+    lookForLosses(condition, allLosses(health.losses, health.spillMark, beside), since);
     if (health.salvaged != 0) {
         lookForSalvaged(condition, *reader, since);
     }

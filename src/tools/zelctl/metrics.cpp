@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <exception>
+#include <utility>
 
 namespace tavrisk::tools {
 namespace {
@@ -59,7 +60,7 @@ void addLog(Metrics& metrics, const zel::Figures& figures) {
 
 void addBeside(Metrics& metrics, const Beside& beside) {
     metrics.addGauge("tavrisk_zel_waiting_entries", "Entries that wait for the database.",
-                     beside.waiting);
+                     beside.waiting.entries);
     metrics.addGauge("tavrisk_zel_set_aside_databases",
                      "Damaged databases that others took the place of.",
                      static_cast<std::int64_t>(beside.setAside.size()));
@@ -85,6 +86,7 @@ void addCache(Metrics& metrics) {
 
 Exit metrics(const Log& log, const Arguments& arguments) {
     Metrics metrics;
+    const auto beside = lookBeside(log.path());
     std::exception_ptr problem;
     zel::Figures figures;
     try {
@@ -96,9 +98,10 @@ Exit metrics(const Log& log, const Arguments& arguments) {
     }
     metrics.addGauge("tavrisk_zel_readable", "Whether the log can be read.", problem ? 0 : 1);
     if (!problem) {
+        figures.losses = allLosses(std::move(figures.losses), figures.spillMark, beside);
         addLog(metrics, figures);
     }
-    addBeside(metrics, lookBeside(log.path()));
+    addBeside(metrics, beside);
     addCache(metrics);
     metrics.write(arguments);
     if (problem) {

@@ -88,7 +88,7 @@ public:
             return;
         }
         const auto health = reader->health();
-        if (lookBeside(log.path()).waiting) {
+        if (lookBeside(log.path()).waiting.entries != 0) {
             doubt_ = "events wait for the database";
         } else if (health.schemaVersion < 3) {
             doubt_ = "the log's layout is too old";

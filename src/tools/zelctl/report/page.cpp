@@ -126,8 +126,7 @@ void putVerdict(Html& html, const Condition& condition) {
          << textOf(condition) << "</p>\n";
 }
 
-void putHealth(Html& html, const std::string& path, const Health& health) {
-    const auto beside = lookBeside(path);
+void putHealth(Html& html, const std::string& path, const Beside& beside, const Health& health) {
     html << "<table class=\"facts\">";
     putFact(html, "Database", path + ", schema " + std::to_string(health.schemaVersion));
     putFact(html, "Entries",
@@ -136,10 +135,10 @@ void putHealth(Html& html, const std::string& path, const Health& health) {
     putFact(html, "First", positionText(health.first));
     putFact(html, "Last", positionText(health.last));
     putFact(html, "Dropped", std::to_string(health.dropped.entries) + " to stay below that");
-    putFact(html, "Lost", lossesText(health.losses));
+    putFact(html, "Lost", lossesText(allLosses(health.losses, health.spillMark, beside)));
     putFact(html, "Waiting",
-            beside.waiting != 0
-                ? countText(beside.waiting, "event", "events") + ", in " + beside.waitingAt
+            beside.waiting.entries != 0
+                ? countText(beside.waiting.entries, "event", "events") + ", in " + beside.waitingAt
                 : "none");
     putFact(html, "Salvaged", std::to_string(health.salvaged) + " from a damaged database");
     putFact(html, "Set aside",
@@ -218,14 +217,15 @@ public:
         if (reader) {
             put(*reader, completeness);
         } else if (shown_.problem.empty()) {
-            putHealth(html_, log_.path(), {});
+            putHealth(html_, log_.path(), lookBeside(log_.path()), {});
         }
     }
 
 private:
     void put(const LogReader& reader, const Completeness& completeness) {
         auto filter = filterOf(arguments_);
-        attempt([&] { putHealth(html_, log_.path(), reader.health()); });
+        const auto beside = lookBeside(log_.path());
+        attempt([&] { putHealth(html_, log_.path(), beside, reader.health()); });
         attempt([&] { resolveBoot(filter, reader); });
         attempt([&] { shown_.newest = reader.highest(); });
         if (isFiltered(arguments_)) {
