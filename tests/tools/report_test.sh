@@ -65,7 +65,7 @@ pack_with "#!/bin/sh
 { head -c 600000 && : >/run/hmc/large.$seconds && cat; } | /bin/gzip -c" && unpacked /run/bundle.tar.gz || exit 1
 jq -e '[.files[] | select(.changedWhileRead and (.name | startswith("raw"))) | .size] == [1000000 + $record]' --argjson record "$(wc -c </run/record)" manifest.json || exit 1
 echo old >/run/bundle.tar.gz
-for packer in 'head -c 9 >/dev/null; exit 3' 'cat >/dev/null; exit 3' 'kill -9 $$'; do
+for packer in 'head -c 9 >/dev/null; exit 3' 'cat >/dev/null; exit 3' 'kill -9 $$' 'kill -9 $PPID'; do
   ! pack_with "#!/bin/sh
 $packer" || exit 1
 done

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <random>
 #include <utility>
 
 namespace tavrisk::tools {
@@ -22,10 +23,13 @@ namespace {
     throw Failure{Exit::failed, path + ": " + std::strerror(errno)};
 }
 
-void syncDirectory(const std::string& path) {
+int openDirectory(const std::string& path, int flags) {
     const auto directory = std::filesystem::path{path}.parent_path();
-    const int opened =
-        open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    return open(directory.empty() ? "." : directory.c_str(), flags | O_CLOEXEC, 0600);
+}
+
+void syncDirectory(const std::string& path) {
+    const int opened = openDirectory(path, O_RDONLY | O_DIRECTORY);
     if (opened < 0 || fsync(opened) != 0) {
         fail(path);
     }
@@ -42,7 +46,11 @@ Draft::Draft(std::string path, mode_t mode) : path_{std::move(path)}, mode_{mode
     if (lstat(path_.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
         throw Failure{Exit::failed, path_ + " is no regular file"};
     }
-    beside_ = path_ + ".XXXXXX";
+    file_ = openDirectory(path_, O_TMPFILE | O_WRONLY);
+    if (file_ >= 0) {
+        return;
+    }
+    beside_ = path_ + ".XXXXXX"; // Not all file systems have files without a name.
     file_ = mkostemp(beside_.data(), O_CLOEXEC);
     if (file_ < 0) {
         beside_.clear();
@@ -77,11 +85,24 @@ int Draft::descriptor() const {
     return file_ < 0 ? STDOUT_FILENO : file_;
 }
 
+bool Draft::giveName() {
+    if (!beside_.empty()) {
+        return true;
+    }
+    const auto self = "/proc/self/fd/" + std::to_string(file_);
+    auto name = path_ + "." + std::to_string(std::random_device{}());
+    if (linkat(AT_FDCWD, self.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+        return false;
+    }
+    beside_ = std::move(name);
+    return true;
+}
+
 void Draft::finish() {
     if (file_ < 0) {
         return;
     }
-    if (fchmod(file_, mode_) != 0 || fsync(file_) != 0 ||
+    if (fchmod(file_, mode_) != 0 || fsync(file_) != 0 || !giveName() ||
         rename(beside_.c_str(), path_.c_str()) != 0) {
         fail(path_);
     }

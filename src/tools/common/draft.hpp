@@ -8,8 +8,9 @@
 
 namespace tavrisk::tools {
 
-/** A file in the making, beside the one that it takes the place of once it is complete; or standard
- *  output, for "-". Gone when it was not finished; its name meanwhile does not end as that of the
+/** A file in the making, which takes the place of another one once it is complete; or standard
+ *  output, for "-". Gone when it was not finished, and where the file system has files without a
+ *  name also when the program is killed. A name that it has meanwhile does not end as that of the
  *  other. */
 class Draft {
 public:
@@ -26,6 +27,8 @@ public:
     [[nodiscard]] int descriptor() const;
 
 private:
+    [[nodiscard]] bool giveName();
+
     std::string path_;
     mode_t mode_;
     std::string beside_;
