@@ -87,10 +87,30 @@ private:
     int file_;
 };
 
-/** What a database remembers when it has a generation up to there. */
-std::int64_t markOf(std::uint64_t generation, off_t at) {
-    return static_cast<std::int64_t>((generation << 32U) | static_cast<std::uint64_t>(at));
-}
+/** What a database remembers: of which generation it has the records up to where, and of which
+ * header it was told the losses. */
+struct Mark {
+    static constexpr unsigned bitsOfAt = 23;
+    static constexpr unsigned bitsOfLosses = 9;
+
+    std::uint64_t generation;
+    std::uint64_t losses;
+    off_t at;
+
+    static std::uint64_t lossesOf(std::uint64_t serial) {
+        return serial % ((1U << bitsOfLosses) - 1) + 1; // 0: of none
+    }
+    static Mark from(std::int64_t packed) {
+        const auto value = static_cast<std::uint64_t>(packed);
+        return {value >> (bitsOfLosses + bitsOfAt), (value >> bitsOfAt) % (1U << bitsOfLosses),
+                static_cast<off_t>(value % (1U << bitsOfAt))};
+    }
+    [[nodiscard]] std::int64_t packed() const {
+        return static_cast<std::int64_t>((((generation << bitsOfLosses) | losses) << bitsOfAt) |
+                                         static_cast<std::uint64_t>(at));
+    }
+};
+static_assert(fullSize < 1 << Mark::bitsOfAt);
 
 } // namespace
 
@@ -279,16 +299,20 @@ Losses Spill::losses(const Header& header) {
     return losses;
 }
 
+bool Waiting::isTold(std::int64_t mark) const {
+    const auto [generation, losses, at] = Mark::from(mark);
+    return lossesMark == Mark{generation, losses, 0}.packed();
+}
+
 Waiting Spill::look(const std::string& path) {
     Spill spill{path};
     spill.file_ = ::open(spill.path_.c_str(), O_RDONLY | O_CLOEXEC);
     const auto header = spill.header();
     Waiting waiting;
     waiting.losses = losses(header);
-    off_t at = recordsBegin;
-    for (; spill.read(at, header.generation); ++waiting.entries) {
+    waiting.lossesMark = Mark{header.generation, Mark::lossesOf(header.serial), 0}.packed();
+    for (off_t at = recordsBegin; spill.read(at, header.generation); ++waiting.entries) {
     }
-    waiting.mark = markOf(header.generation, at);
     struct stat status {};
     if (fstat(spill.file_, &status) == 0) {
         const std::chrono::sys_seconds time{std::chrono::seconds{status.st_mtim.tv_sec}};
@@ -301,6 +325,7 @@ Spill::Reading::Reading(Spill& spill) : spill_{spill}, at_{recordsBegin} {
     flock(spill_.file_, LOCK_EX);
     const auto header = spill_.header();
     generation_ = header.generation;
+    serial_ = header.serial;
     losses_ = Spill::losses(header);
 }
 
@@ -309,17 +334,17 @@ Spill::Reading::~Reading() {
 }
 
 void Spill::Reading::goOnBehind(std::int64_t mark) {
-    const auto value = static_cast<std::uint64_t>(mark);
-    if (value >> 32U == generation_) {
-        at_ = std::max(at_, static_cast<off_t>(value & 0xffffffffU));
-        if (isAtEnd()) { // Then these have gone in as well.
+    const auto [generation, losses, at] = Mark::from(mark);
+    if (generation == generation_) {
+        at_ = std::max(at_, at);
+        if (losses == Mark::lossesOf(serial_)) { // With more since, rather twice than not at all.
             losses_.clear();
         }
     }
 }
 
 std::int64_t Spill::Reading::mark() const {
-    return markOf(generation_, at_);
+    return Mark{generation_, isAtEnd() ? Mark::lossesOf(serial_) : 0, at_}.packed();
 }
 
 std::vector<Entry> Spill::Reading::next() {

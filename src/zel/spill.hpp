@@ -17,14 +17,18 @@ namespace tavrisk::zel {
 struct Waiting {
     std::int64_t entries = 0;
     Losses losses;
-    std::int64_t mark = 0; // what a database remembers once it has all of it
+    std::int64_t lossesMark = 0;
     std::string writtenAt; // UTC, the last time
+
+    /** Whether a database that remembers this has been told of the losses. */
+    [[nodiscard]] bool isTold(std::int64_t mark) const;
 };
 
 /**
  * Entries and losses that the database cannot take yet, in a file of a fixed size beside it, whose
  * space is taken beforehand. What is in it belongs to a generation, which ends when the database
- * has taken all; with the generation's number, a database remembers how far it got.
+ * has taken all; with the generation's number, a database remembers how far it got, and which
+ * losses it was told of.
  *
  * The file, in the byte order of the machine: two places for its header, 512 bytes each, of which
  * the whole one with the higher serial number counts, and from 4096 on the records, one behind the
@@ -81,6 +85,7 @@ public:
     private:
         Spill& spill_;
         std::uint64_t generation_ = 0;
+        std::uint64_t serial_ = 0;
         Losses losses_;
         off_t at_;
     };

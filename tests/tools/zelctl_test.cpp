@@ -450,9 +450,17 @@ TEST_F(Zelctl, TellsOnceOfLossesThatWaitForTheDatabase) {
     spill.count("no space", 9);
     expectTold("in the spill file");
     {
-        tavrisk::zel::Spill::Reading reading{spill};
+        const tavrisk::zel::Spill::Reading reading{spill};
         tavrisk::zel::Store{path}.append({}, 9, reading.losses(), reading.mark());
-        expectTold("in both, as after a kill");
+    }
+    expectTold("in both, as after a kill");
+    haveOneWait();
+    expectTold("in both, and an entry waits");
+    {
+        tavrisk::zel::Spill::Reading reading{spill};
+        reading.goOnBehind(tavrisk::zel::Store{path}.spillMark());
+        EXPECT_TRUE(reading.losses().empty());
+        EXPECT_EQ(reading.next().size(), 1);
         reading.finish();
     }
     expectTold("in the database");

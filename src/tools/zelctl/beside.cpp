@@ -30,12 +30,13 @@ Beside lookBeside(const std::string& path) {
 
 std::vector<zel::Loss> allLosses(std::vector<zel::Loss> losses, std::int64_t spillMark,
                                  const Beside& beside) {
-    if (spillMark == beside.waiting.mark) {
+    if (beside.waiting.isTold(spillMark)) {
         return losses;
     }
     for (const auto& [cause, events] : beside.waiting.losses) {
-        auto loss = std::find_if(losses.begin(), losses.end(),
-                                 [&](const zel::Loss& known) { return known.cause == cause; });
+        auto loss =
+            std::find_if(losses.begin(), losses.end(),
+                         [&cause = cause](const zel::Loss& known) { return known.cause == cause; });
         if (loss == losses.end()) {
             loss = losses.insert(loss, {cause, 0, 0, ""});
         }
