@@ -35,7 +35,7 @@ constexpr std::array schemaSteps{
     "ALTER TABLE state ADD COLUMN gone INTEGER NOT NULL DEFAULT 0;"
     "UPDATE state SET gone = coalesce((SELECT max(seq) FROM sqlite_sequence), 0) -"
     " (SELECT count(*) FROM entries);"
-    // Of the spill file: the last piece that was taken in.
+    // Of the spill file: the last piece that was taken in, and the losses that were told of.
     "ALTER TABLE state ADD COLUMN spill INTEGER NOT NULL DEFAULT 0;"
     // What was recorded since the database was made or came to this layout, and of it dropped. Rows
     // are never removed, so the highest rowid is their number; what there is no room for counts in

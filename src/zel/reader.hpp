@@ -107,7 +107,7 @@ struct Figures {
     std::int64_t dropped = 0;
     Position last;
     std::vector<Loss> losses;
-    std::int64_t spillMark = 0; // how much of the spill file it has, see Waiting
+    std::int64_t spillMark = 0; // for Waiting::isTold()
     std::vector<Total> totals;  // nothing in older layouts
 };
 
@@ -121,7 +121,7 @@ struct Health {
     Dropped dropped;
     std::optional<std::string> lastClear;
     std::vector<Loss> losses;
-    std::int64_t spillMark = 0; // how much of the spill file it has, see Waiting
+    std::int64_t spillMark = 0; // for Waiting::isTold()
 };
 
 /**

@@ -17,8 +17,8 @@ namespace tavrisk::zel {
 struct Waiting {
     std::int64_t entries = 0;
     Losses losses;
-    std::int64_t lossesMark = 0;
-    std::string writtenAt; // UTC, the last time
+    std::int64_t lossesMark = 0; // what isTold() looks for
+    std::string writtenAt;       // UTC, the last time
 
     /** Whether a database that remembers this has been told of the losses. */
     [[nodiscard]] bool isTold(std::int64_t mark) const;
